@@ -1,0 +1,26 @@
+#include "KorvaneMacLauncher/mainwindow.h"
+
+#include "platform/paths.h"
+#include "platform/userdefaults.h"
+#include "preferences/l10n.h"
+#include "preferences/languagesettings.h"
+
+#include <QApplication>
+
+int main(int argc, char *argv[])
+{
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Korvane Mac Launcher"));
+    // Closing the last window does not quit: the Dock icon brings it back.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    const auto defaults = UserDefaults::openStandard();
+    const Paths paths = Paths::system();
+    L10n::install(defaults.get(), std::make_shared<const StringTables>(StringTables::load(paths.resources)));
+
+    LanguageSettings language(*defaults);
+    MainWindow window(*defaults, language);
+    window.show();
+    QObject::connect(&window, &MainWindow::closed, &application, &QApplication::quit);
+    return application.exec();
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "platform/paths.h"
+#include "platform/userdefaults.h"
+
+#include <QStringList>
+#include <QTextStream>
+
+#include <memory>
+
+// What every korvanectl command works with: the user's store and paths, and the two output
+// streams (results on stdout, errors on stderr).
+struct CliContext {
+    std::unique_ptr<UserDefaults> defaults;
+    Paths paths;
+    QTextStream &out;
+    QTextStream &err;
+};
+
+using CliCommand = int (*)(CliContext &context, const QStringList &arguments);
+
+// Removes "--name VALUE" from the arguments and returns VALUE. An option given without its
+// value is an error: `missing` is set so the command can say so.
+std::optional<QString> takeOption(QStringList &arguments, const QString &name, bool *missing);
+// Removes a "--name" switch and tells whether it was there.
+bool takeSwitch(QStringList &arguments, const QString &name);
+
+int gameVersionCommand(CliContext &context, const QStringList &arguments);
+int textCommand(CliContext &context, const QStringList &arguments);

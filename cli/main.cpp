@@ -1,0 +1,81 @@
+#include "cli/context.h"
+
+#include "preferences/l10n.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+struct CommandEntry {
+    QLatin1StringView name;
+    CliCommand run;
+    QLatin1StringView usage;
+};
+
+const CommandEntry commands[] = {
+    {"game-version"_L1, gameVersionCommand, "game-version PATH"_L1},
+    {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
+};
+
+void printUsage(QTextStream &stream)
+{
+    stream << "usage: korvanectl COMMAND [OPTIONS]\n\ncommands:\n";
+    for (const CommandEntry &command : commands)
+        stream << "  korvanectl " << command.usage << '\n';
+    stream.flush();
+}
+} // namespace
+
+std::optional<QString> takeOption(QStringList &arguments, const QString &name, bool *missing)
+{
+    const qsizetype index = arguments.indexOf(name);
+    if (index < 0)
+        return std::nullopt;
+    if (index + 1 >= arguments.size()) {
+        arguments.removeAt(index);
+        if (missing)
+            *missing = true;
+        return std::nullopt;
+    }
+    const QString value = arguments.at(index + 1);
+    arguments.remove(index, 2);
+    return value;
+}
+
+bool takeSwitch(QStringList &arguments, const QString &name)
+{
+    return arguments.removeAll(name) > 0;
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(u"korvanectl"_s);
+
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (arguments.isEmpty() || arguments.first() == "--help"_L1 || arguments.first() == "-h"_L1) {
+        printUsage(arguments.isEmpty() ? err : out);
+        return arguments.isEmpty() ? 2 : 0;
+    }
+
+    const QString name = arguments.takeFirst();
+    for (const CommandEntry &command : commands) {
+        if (name != command.name)
+            continue;
+        CliContext context{UserDefaults::openStandard(), Paths::system(), out, err};
+        L10n::install(context.defaults.get(),
+                      std::make_shared<const StringTables>(StringTables::load(context.paths.resources)));
+        const int status = command.run(context, arguments);
+        out.flush();
+        err.flush();
+        return status;
+    }
+    err << "korvanectl: unknown command \"" << name << "\"\n";
+    printUsage(err);
+    return 2;
+}

@@ -1,0 +1,6 @@
+#include "platform/bundleinfo.h"
+
+QVariantMap BundleInfo::main()
+{
+    return compiledIn();
+}

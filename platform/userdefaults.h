@@ -1,0 +1,94 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+// The launcher's only persistent configuration: a key-value store whose writes are immediate
+// and whose values keep their type. A string stored under a key is never read back as a bool,
+// which is what lets a damaged or hand-edited entry fall back to its default instead of
+// turning into a surprising value.
+//
+// Values are QVariants of these types only: Bool, LongLong, Double, QString, QByteArray,
+// QVariantList and QVariantMap (whose members follow the same rule). Other integer types are
+// normalised to LongLong when stored.
+class UserDefaults {
+public:
+    virtual ~UserDefaults() = default;
+
+    // The stored value, or an invalid QVariant when the key is absent.
+    virtual QVariant object(const QString &key) const = 0;
+    virtual void setObject(const QString &key, const QVariant &value) = 0;
+    virtual void remove(const QString &key) = 0;
+    virtual QStringList keys() const = 0;
+
+    bool contains(const QString &key) const { return object(key).isValid(); }
+
+    // Typed reads follow the platform store's conventions: a bool is read from a bool, a
+    // number (non-zero is true) or the strings "YES"/"true"/"1" (any case); anything else,
+    // absent included, is false.
+    bool boolValue(const QString &key) const;
+    // A number (truncated) or a string holding one; 0 otherwise.
+    qint64 integer(const QString &key) const;
+    // A string, or a number's decimal text; nothing for every other type.
+    std::optional<QString> string(const QString &key) const;
+    // Binary data only; empty when absent or of another type.
+    QByteArray data(const QString &key) const;
+    // An array only; empty when absent or of another type.
+    QVariantList array(const QString &key) const;
+    std::optional<QStringList> stringArray(const QString &key) const;
+
+    void setBool(const QString &key, bool value) { setObject(key, QVariant(value)); }
+    void setInteger(const QString &key, qint64 value) { setObject(key, QVariant(value)); }
+    void setString(const QString &key, const QString &value) { setObject(key, QVariant(value)); }
+    void setData(const QString &key, const QByteArray &value) { setObject(key, QVariant(value)); }
+    void setArray(const QString &key, const QVariantList &value) { setObject(key, QVariant(value)); }
+
+    // The user's own store: NSUserDefaults on macOS, a JSON document in the user's
+    // configuration directory elsewhere.
+    static std::unique_ptr<UserDefaults> openStandard();
+
+    // Brings a value to one of the stored types; an unsupported type gives an invalid QVariant.
+    static QVariant normalized(const QVariant &value);
+};
+
+// A store kept as one JSON document on disk. Every write replaces the file atomically
+// (QSaveFile, 0600); a change made by another process over the same file is picked up on the
+// next read, so the launcher and korvanectl can share it.
+class JsonUserDefaults final : public UserDefaults {
+public:
+    explicit JsonUserDefaults(QString path);
+
+    QVariant object(const QString &key) const override;
+    void setObject(const QString &key, const QVariant &value) override;
+    void remove(const QString &key) override;
+    QStringList keys() const override;
+
+    QString path() const { return m_path; }
+    // The last write error, empty after a successful write.
+    QString lastError() const { return m_lastError; }
+
+    // Larger documents are not parsed; they are treated as damaged.
+    static constexpr qint64 maximumFileSize = 32 * 1024 * 1024;
+
+private:
+    struct FileStamp {
+        qint64 size = -1;
+        qint64 modifiedNs = 0;
+        quint64 inode = 0;
+        bool operator==(const FileStamp &) const = default;
+    };
+    void reloadIfChanged() const;
+    void write();
+    FileStamp currentStamp() const;
+
+    QString m_path;
+    QString m_lastError;
+    mutable QVariantMap m_values;
+    mutable FileStamp m_stamp;
+    mutable bool m_damaged = false;
+};
