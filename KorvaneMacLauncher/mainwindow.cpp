@@ -51,8 +51,8 @@ MainWindow::MainWindow(UserDefaults &defaults, LanguageSettings &language, QWidg
 void MainWindow::retranslate()
 {
     setWindowTitle(u"Korvane Mac Launcher"_s);
-    m_gameLabel->setText(L("setup.game"));
-    m_languageLabel->setText(L("settings.language"));
+    m_gameLabel->setText(L("Kiválasztott játék"));
+    m_languageLabel->setText(L("Alkalmazás nyelve"));
     refreshVersion();
 }
 
@@ -66,7 +66,7 @@ void MainWindow::refreshVersion()
     std::optional<GameVersion> version;
     if (profile && !profile->directory.isEmpty())
         version = GameVersion::read(profile->directory + u"/bin/win_x64/"_s + game.executable());
-    m_versionLabel->setText(L("compat.installed", version ? version->text() : L("compat.unknown.version")));
+    m_versionLabel->setText(L("Telepített verzió: %@", version ? version->text() : L("ismeretlen")));
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -1,0 +1,315 @@
+#include "games/gameversion.h"
+
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// One version record as it is laid out in a Windows resource, at a chosen offset.
+struct Record {
+    qsizetype offset = 128;
+    std::array<quint16, 4> product{1, 53, 3, 14};
+    std::array<quint16, 4> file{1, 0, 0, 0};
+    quint16 length = 92;
+    quint16 valueLength = 52;
+    quint16 type = 0;
+    quint32 signature = 0xFEEF04BD;
+};
+
+void putWord(QByteArray &data, qsizetype at, quint16 value)
+{
+    data[at] = char(value & 0xFF);
+    data[at + 1] = char(value >> 8);
+}
+
+void putVersion(QByteArray &data, qsizetype at, const std::array<quint16, 4> &v)
+{
+    // Most significant dword first; each dword little-endian with its high word second.
+    putWord(data, at, v[1]);
+    putWord(data, at + 2, v[0]);
+    putWord(data, at + 4, v[3]);
+    putWord(data, at + 6, v[2]);
+}
+
+QByteArray key()
+{
+    QByteArray bytes;
+    for (char c : QByteArrayView("VS_VERSION_INFO")) {
+        bytes.append(c);
+        bytes.append('\0');
+    }
+    bytes.append(2, '\0');
+    return bytes;
+}
+
+QByteArray image(const QList<Record> &records, qsizetype size = 1024)
+{
+    QByteArray data(size, '\0');
+    data[0] = 'M';
+    data[1] = 'Z';
+    for (const Record &r : records) {
+        putWord(data, r.offset, r.length);
+        putWord(data, r.offset + 2, r.valueLength);
+        putWord(data, r.offset + 4, r.type);
+        data.replace(r.offset + 6, 32, key());
+        const qsizetype value = (r.offset + 38 + 3) & ~qsizetype(3);
+        for (int i = 0; i < 4; ++i)
+            data[value + i] = char((r.signature >> (8 * i)) & 0xFF);
+        putVersion(data, value + 8, r.file);
+        putVersion(data, value + 16, r.product);
+    }
+    return data;
+}
+
+using Parts = QList<quint16>;
+} // namespace
+
+class TestGameVersion : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void parseRecords_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<Parts>("expected"); // empty: no version
+
+        const Parts v15331{1, 53, 3, 14};
+        QTest::newRow("one good record") << image({Record{}}) << v15331;
+        QTest::newRow("product version, not file version")
+            << image({Record{.product = {1, 53, 3, 14}, .file = {9, 9, 9, 9}}}) << v15331;
+        QTest::newRow("smallest accepted record") << image({Record{.length = 92, .valueLength = 52}}) << v15331;
+        QTest::newRow("length 91 skipped") << image({Record{.length = 91}}) << Parts{};
+        QTest::newRow("value length 51 skipped") << image({Record{.valueLength = 51}}) << Parts{};
+        QTest::newRow("text type skipped") << image({Record{.type = 1}}) << Parts{};
+        QTest::newRow("wrong signature") << image({Record{.signature = 0xFEEF04BC}}) << Parts{};
+        QTest::newRow("major 0 ignored") << image({Record{.product = {0, 1, 2, 3}}}) << Parts{};
+        QTest::newRow("major 0 beside a good record")
+            << image({Record{.offset = 128, .product = {0, 1, 2, 3}}, Record{.offset = 400}}) << v15331;
+        QTest::newRow("two identical records")
+            << image({Record{.offset = 128}, Record{.offset = 400}}) << v15331;
+        QTest::newRow("two conflicting records")
+            << image({Record{.offset = 128}, Record{.offset = 400, .product = {1, 54, 0, 1}}}) << Parts{};
+        QTest::newRow("a broken record does not hide a good one")
+            << image({Record{.offset = 128, .type = 1}, Record{.offset = 400}}) << v15331;
+        QTest::newRow("record runs past the end") << image({Record{.offset = 1024 - 92, .length = 93}}) << Parts{};
+        QTest::newRow("record ends exactly at the end") << image({Record{.offset = 1024 - 92}}) << v15331;
+        // An unaligned record start moves the value up to the next multiple of four.
+        QTest::newRow("unaligned record") << image({Record{.offset = 131, .length = 96}}) << v15331;
+
+        QByteArray early = image({Record{.offset = 400}});
+        early.replace(2, 32, key()); // a key whose header would start before byte 0
+        QTest::newRow("key before any header room") << early << v15331;
+
+        QByteArray notPe = image({Record{}});
+        notPe[0] = 'Z';
+        QTest::newRow("no MZ") << notPe << Parts{};
+        QTest::newRow("64 bytes") << QByteArray("MZ").append(62, '\0') << Parts{};
+        QTest::newRow("empty") << QByteArray() << Parts{};
+    }
+
+    void parseRecords()
+    {
+        QFETCH(QByteArray, data);
+        QFETCH(Parts, expected);
+        const auto version = GameVersion::parse(data);
+        if (expected.isEmpty())
+            QVERIFY2(!version, qPrintable(version ? version->text() : QString()));
+        else
+            QCOMPARE(version ? version->parts() : Parts{}, expected);
+    }
+
+    // Every truncation of a file with a record: only the whole record gives the version, and
+    // no cut makes the scan read past the data (the sanitizer build checks the reads).
+    void parseOfEveryTruncation()
+    {
+        const QByteArray full = image({Record{.offset = 8}}, 100);
+        for (qsizetype size = 0; size < full.size(); ++size)
+            QVERIFY(!GameVersion::parse(QByteArray(full.constData(), size)));
+        QVERIFY(GameVersion::parse(full).has_value());
+    }
+
+    void readAtTheSizeCap_data()
+    {
+        QTest::addColumn<qint64>("size");
+        QTest::addColumn<bool>("found");
+        QTest::newRow("exactly the cap") << GameVersion::maximumExecutableSize << true;
+        QTest::newRow("one byte over the cap") << GameVersion::maximumExecutableSize + 1 << false;
+        QTest::newRow("a small file") << qint64(4096) << true;
+    }
+
+    void readAtTheSizeCap()
+    {
+        QFETCH(qint64, size);
+        QFETCH(bool, found);
+        QTemporaryDir dir;
+        const QString path = dir.filePath(u"eurotrucks2.exe"_s);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        // The record sits near the end of a sparse file, so the whole size is really scanned.
+        const QByteArray head = image({}, 64);
+        file.write(head);
+        const QByteArray tail = image({Record{.offset = 0}}, 128);
+        QVERIFY(file.resize(size));
+        QVERIFY(file.seek(size - 256));
+        file.write(tail);
+        file.close();
+        const auto version = GameVersion::read(path);
+        QCOMPARE(version.has_value(), found);
+        if (found)
+            QCOMPARE(version->text(), u"1.53.3.14"_s);
+    }
+
+    void readFailures()
+    {
+        QTemporaryDir dir;
+        QVERIFY(!GameVersion::read(dir.filePath(u"missing.exe"_s)));
+        QVERIFY(!GameVersion::read(dir.path())); // a folder
+        QFile empty(dir.filePath(u"empty.exe"_s));
+        QVERIFY(empty.open(QIODevice::WriteOnly));
+        empty.close();
+        QVERIFY(!GameVersion::read(empty.fileName()));
+        QFile unreadable(dir.filePath(u"locked.exe"_s));
+        QVERIFY(unreadable.open(QIODevice::WriteOnly));
+        unreadable.write(image({Record{}}));
+        unreadable.close();
+        unreadable.setPermissions(QFileDevice::Permissions());
+        if (::geteuid() != 0) // root reads it anyway
+            QVERIFY(!GameVersion::read(unreadable.fileName()));
+    }
+
+    // Real Windows binaries, read by us and by an independent PE reader that walks the
+    // resource directory properly (pefile).
+    void agreesWithAnIndependentReader()
+    {
+        const QString root = u"/usr/lib/x86_64-linux-gnu/wine"_s;
+        QStringList files;
+        QDirIterator it(root, {u"*.dll"_s, u"*.exe"_s}, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (path.contains(u"-windows/"_s))
+                files.append(path);
+        }
+        QVERIFY2(files.size() > 100, "libwine's Windows binaries are missing (./kvn test installs them)");
+
+        const QString script = uR"(
+import json, sys, pefile
+result = {}
+for path in sys.stdin.read().split('\n'):
+    if not path: continue
+    pe = pefile.PE(path, fast_load=True)
+    pe.parse_data_directories(directories=[pefile.DIRECTORY_ENTRY['IMAGE_DIRECTORY_ENTRY_RESOURCE']])
+    infos = getattr(pe, 'VS_FIXEDFILEINFO', None) or []
+    versions = {(i.ProductVersionMS >> 16, i.ProductVersionMS & 0xffff,
+                 i.ProductVersionLS >> 16, i.ProductVersionLS & 0xffff) for i in infos}
+    versions = {v for v in versions if v[0] != 0}
+    result[path] = '.'.join(map(str, versions.pop())) if len(versions) == 1 else None
+print(json.dumps(result))
+)"_s;
+        QProcess python;
+        python.start(u"/usr/bin/python3"_s, {u"-c"_s, script});
+        QVERIFY(python.waitForStarted());
+        python.write(files.join(u'\n').toUtf8());
+        python.closeWriteChannel();
+        QVERIFY(python.waitForFinished(300000));
+        QCOMPARE(python.exitCode(), 0);
+        const QJsonObject expected = QJsonDocument::fromJson(python.readAllStandardOutput()).object();
+        QCOMPARE(expected.size(), files.size());
+
+        int withVersion = 0;
+        for (const QString &path : std::as_const(files)) {
+            const auto ours = GameVersion::read(path);
+            const QJsonValue theirs = expected.value(path);
+            const QString oursText = ours ? ours->text() : u"none"_s;
+            const QString theirsText = theirs.isString() ? theirs.toString() : u"none"_s;
+            QVERIFY2(oursText == theirsText,
+                     qPrintable(path + u": ours "_s + oursText + u", pefile "_s + theirsText));
+            withVersion += ours ? 1 : 0;
+        }
+        QVERIFY(withVersion > 50);
+    }
+
+    void text_data()
+    {
+        QTest::addColumn<Parts>("parts");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("usual") << Parts{1, 53, 3, 14} << u"1.53.3.14"_s;
+        QTest::newRow("zeros") << Parts{1, 5, 0, 0} << u"1.5.0.0"_s;
+        QTest::newRow("largest") << Parts{65535, 0, 65535, 1} << u"65535.0.65535.1"_s;
+    }
+
+    void text()
+    {
+        QFETCH(Parts, parts);
+        QFETCH(QString, text);
+        QCOMPARE(GameVersion(parts).text(), text);
+    }
+
+    void supportedParts_data()
+    {
+        QTest::addColumn<QString>("supported");
+        QTest::addColumn<QStringList>("pieces"); // empty: refused
+        QTest::newRow("trailing s") << u"1.53.3.14s"_s << QStringList{u"1"_s, u"53"_s, u"3"_s, u"14"_s};
+        QTest::newRow("two s") << u"1.53.3.14ss"_s << QStringList{};
+        QTest::newRow("capital S") << u"1.53.3.14S"_s << QStringList{};
+        QTest::newRow("two pieces") << u"1.53"_s << QStringList{u"1"_s, u"53"_s};
+        QTest::newRow("one piece") << u"1"_s << QStringList{};
+        QTest::newRow("five pieces") << u"1.2.3.4.5"_s << QStringList{};
+        QTest::newRow("empty piece") << u"1..3"_s << QStringList{};
+        QTest::newRow("trailing dot") << u"1.53."_s << QStringList{};
+        QTest::newRow("wildcard first") << u"*.53"_s << QStringList{};
+        QTest::newRow("wildcard inside") << u"1.*.3"_s << QStringList{u"1"_s, u"*"_s, u"3"_s};
+        QTest::newRow("too large") << u"1.65536"_s << QStringList{};
+        QTest::newRow("largest") << u"1.65535"_s << QStringList{u"1"_s, u"65535"_s};
+        QTest::newRow("signed") << u"1.+5"_s << QStringList{};
+        QTest::newRow("leading zeros") << u"1.053"_s << QStringList{u"1"_s, u"053"_s};
+        QTest::newRow("other script's digits") << u"1.\u0665"_s << QStringList{};
+        QTest::newRow("blank inside") << u"1. 5"_s << QStringList{};
+        QTest::newRow("letters") << u"abc"_s << QStringList{};
+        QTest::newRow("empty") << QString() << QStringList{};
+        QTest::newRow("very long number") << u"1.00000000000000000000053"_s
+                                          << QStringList{u"1"_s, u"00000000000000000000053"_s};
+    }
+
+    void supportedParts()
+    {
+        QFETCH(QString, supported);
+        QFETCH(QStringList, pieces);
+        QCOMPARE(GameVersion::supportedParts(supported).value_or(QStringList{}), pieces);
+    }
+
+    void matches_data()
+    {
+        QTest::addColumn<Parts>("installed");
+        QTest::addColumn<QString>("supported");
+        QTest::addColumn<int>("expected"); // 1 true, 0 false, -1 cannot tell
+        const Parts v{1, 53, 3, 14};
+        QTest::newRow("exact with s") << v << u"1.53.3.14s"_s << 1;
+        QTest::newRow("prefix") << v << u"1.53"_s << 1;
+        QTest::newRow("prefix with wildcard") << v << u"1.53.*"_s << 1;
+        QTest::newRow("wildcard inside") << v << u"1.53.*.14"_s << 1;
+        QTest::newRow("other minor") << v << u"1.54"_s << 0;
+        QTest::newRow("other build") << v << u"1.53.3.15"_s << 0;
+        QTest::newRow("leading zero") << v << u"1.053.3.14"_s << 1;
+        QTest::newRow("letters") << v << u"abc"_s << -1;
+        QTest::newRow("three installed parts") << Parts{1, 53, 3} << u"1.53"_s << -1;
+    }
+
+    void matches()
+    {
+        QFETCH(Parts, installed);
+        QFETCH(QString, supported);
+        QFETCH(int, expected);
+        const auto result = GameVersion(installed).matches(supported);
+        QCOMPARE(result ? int(*result) : -1, expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestGameVersion)
+#include "tst_gameversion.moc"

@@ -1,0 +1,283 @@
+#include "games/gameprofile.h"
+#include "preferences/languagesettings.h"
+#include "preferences/windowpreferences.h"
+#include "support/testhome.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+
+class TestPreferences : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Every stored type comes back as the same type through the file, in a store opened later.
+    void storeKeepsTypes_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QTest::newRow("bool") << QVariant(true);
+        QTest::newRow("integer") << QVariant(qint64(-42));
+        QTest::newRow("large integer") << QVariant(qint64(1) << 52);
+        QTest::newRow("real with no fraction") << QVariant(2.0);
+        QTest::newRow("real") << QVariant(0.25);
+        QTest::newRow("string that reads as a bool") << QVariant(u"true"_s);
+        QTest::newRow("string that reads as a number") << QVariant(u"42"_s);
+        QTest::newRow("data") << QVariant(QByteArray("\x00\xff{\"x\":1}", 9));
+        QTest::newRow("empty data") << QVariant(QByteArray());
+        QTest::newRow("array") << QVariant(QVariantList{1LL, u"two"_s, false, QByteArray("3")});
+        QTest::newRow("dictionary")
+            << QVariant(QVariantMap{{u"a"_s, 1LL}, {u"$type"_s, u"data"_s}, {u"c"_s, QVariantList{}}});
+    }
+
+    void storeKeepsTypes()
+    {
+        QFETCH(QVariant, value);
+        TestHome home;
+        home.defaults->setObject(u"key"_s, value);
+        const QVariant read = home.reopenDefaults()->object(u"key"_s);
+        QCOMPARE(read.typeId(), value.typeId());
+        QCOMPARE(read, value);
+    }
+
+    void typedReads_data()
+    {
+        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<bool>("asBool");
+        QTest::addColumn<qint64>("asInteger");
+        QTest::addColumn<QString>("asString"); // "<none>" when not a string
+        QTest::newRow("absent") << QVariant() << false << qint64(0) << u"<none>"_s;
+        QTest::newRow("true") << QVariant(true) << true << qint64(1) << u"<none>"_s;
+        QTest::newRow("YES") << QVariant(u"YES"_s) << true << qint64(0) << u"YES"_s;
+        QTest::newRow("no") << QVariant(u"no"_s) << false << qint64(0) << u"no"_s;
+        QTest::newRow("number") << QVariant(7LL) << true << qint64(7) << u"7"_s;
+        QTest::newRow("zero") << QVariant(0LL) << false << qint64(0) << u"0"_s;
+        QTest::newRow("data") << QVariant(QByteArray("1")) << false << qint64(0) << u"<none>"_s;
+        QTest::newRow("array") << QVariant(QVariantList{true}) << false << qint64(0) << u"<none>"_s;
+    }
+
+    void typedReads()
+    {
+        QFETCH(QVariant, stored);
+        QFETCH(bool, asBool);
+        QFETCH(qint64, asInteger);
+        QFETCH(QString, asString);
+        TestHome home;
+        if (stored.isValid())
+            home.defaults->setObject(u"key"_s, stored);
+        QCOMPARE(home.defaults->boolValue(u"key"_s), asBool);
+        QCOMPARE(home.defaults->integer(u"key"_s), asInteger);
+        QCOMPARE(home.defaults->string(u"key"_s).value_or(u"<none>"_s), asString);
+    }
+
+    // Two stores over one file (the launcher and korvanectl) see each other's writes, and a
+    // damaged document is kept aside instead of being silently replaced.
+    void storeSharingAndDamage()
+    {
+        TestHome home;
+        auto other = home.reopenDefaults();
+        home.defaults->setString(u"game"_s, u"American Truck Simulator"_s);
+        QCOMPARE(other->string(u"game"_s), u"American Truck Simulator"_s);
+        other->remove(u"game"_s);
+        QVERIFY(!home.defaults->contains(u"game"_s));
+        QCOMPARE(QFile(home.defaultsPath()).permissions() & 0x0077, QFileDevice::Permissions());
+
+        QFile file(home.defaultsPath());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("{\"game\": \"unterminated");
+        file.close();
+        auto damaged = home.reopenDefaults();
+        QVERIFY(damaged->keys().isEmpty());
+        damaged->setBool(u"hideOnGameLaunch"_s, true);
+        QFile kept(home.defaultsPath() + u".damaged"_s);
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll(), QByteArray("{\"game\": \"unterminated"));
+        QCOMPARE(home.reopenDefaults()->boolValue(u"hideOnGameLaunch"_s), true);
+    }
+
+    void windowPreferences_data()
+    {
+        QTest::addColumn<QVariant>("storedHide");
+        QTest::addColumn<QVariant>("storedRestore");
+        QTest::addColumn<bool>("hide");
+        QTest::addColumn<bool>("restore");
+        QTest::newRow("fresh installation") << QVariant() << QVariant() << false << true;
+        QTest::newRow("stored booleans") << QVariant(true) << QVariant(false) << true << false;
+        QTest::newRow("restore stored as a string") << QVariant() << QVariant(u"false"_s) << false << true;
+        QTest::newRow("restore stored as a number") << QVariant() << QVariant(0LL) << false << true;
+        QTest::newRow("hide stored as YES") << QVariant(u"YES"_s) << QVariant() << true << true;
+        QTest::newRow("hide stored as data") << QVariant(QByteArray("1")) << QVariant() << false << true;
+    }
+
+    void windowPreferences()
+    {
+        QFETCH(QVariant, storedHide);
+        QFETCH(QVariant, storedRestore);
+        QFETCH(bool, hide);
+        QFETCH(bool, restore);
+        TestHome home;
+        if (storedHide.isValid())
+            home.defaults->setObject(WindowPreferences::hideKey, storedHide);
+        if (storedRestore.isValid())
+            home.defaults->setObject(WindowPreferences::restoreKey, storedRestore);
+        WindowPreferences preferences(*home.defaults);
+        QCOMPARE(preferences.hideOnLaunch(), hide);
+        QCOMPARE(preferences.restoreOnExit(), restore);
+
+        QSignalSpy hideChanged(&preferences, &WindowPreferences::hideOnLaunchChanged);
+        preferences.setHideOnLaunch(!hide);
+        preferences.setRestoreOnExit(!restore);
+        QCOMPARE(hideChanged.count(), 1);
+        // Written at once and as booleans, whatever was stored before.
+        auto later = home.reopenDefaults();
+        QCOMPARE(later->object(WindowPreferences::hideKey), QVariant(!hide));
+        QCOMPARE(later->object(WindowPreferences::restoreKey), QVariant(!restore));
+    }
+
+    void languageSettings()
+    {
+        TestHome home;
+        home.defaults->setString(AppLanguage::defaultsKey, u"fr"_s);
+        LanguageSettings settings(*home.defaults);
+        QCOMPARE(settings.language(), AppLanguage::english);
+        // An unknown code stays until the user picks a language.
+        QCOMPARE(home.defaults->string(AppLanguage::defaultsKey), u"fr"_s);
+        QSignalSpy changed(&settings, &LanguageSettings::languageChanged);
+        settings.setLanguage(AppLanguage::german);
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(home.reopenDefaults()->string(AppLanguage::defaultsKey), u"de"_s);
+        QCOMPARE(LanguageSettings(*home.reopenDefaults()).language(), AppLanguage::german);
+        home.defaults->setBool(AppLanguage::defaultsKey, true);
+        QCOMPARE(AppLanguage::saved(*home.defaults), AppLanguage::english);
+    }
+
+    void profileValidity_data()
+    {
+        QTest::addColumn<GameProfile>("profile");
+        QTest::addColumn<bool>("valid");
+        const GameProfile base;
+        auto with = [&](auto change) { GameProfile p = base; change(p); return p; };
+        QTest::newRow("defaults") << base << true;
+        QTest::newRow("every listed size") << with([](GameProfile &p) { p.desktopSize = u"2560x1440"_s; }) << true;
+        QTest::newRow("unlisted size") << with([](GameProfile &p) { p.desktopSize = u"1920x1200"_s; }) << false;
+        QTest::newRow("size in other case") << with([](GameProfile &p) { p.desktopSize = u"1920X1080"_s; }) << false;
+        QTest::newRow("relative bottle") << with([](GameProfile &p) { p.bottle = u"Users/x"_s; }) << false;
+        QTest::newRow("absolute bottle") << with([](GameProfile &p) { p.bottle = u"/Users/x/Bottles/Steam"_s; }) << true;
+        QTest::newRow("4096 bytes") << with([](GameProfile &p) { p.directory = u"/"_s + QString(4095, u'a'); }) << true;
+        QTest::newRow("4097 bytes") << with([](GameProfile &p) { p.directory = u"/"_s + QString(4096, u'a'); }) << false;
+        QTest::newRow("4096 bytes in two-byte letters")
+            << with([](GameProfile &p) { p.directory = u"/"_s + QString(2047, u'é') + u"a"_s; }) << true;
+        QTest::newRow("4097 bytes in two-byte letters")
+            << with([](GameProfile &p) { p.directory = u"/"_s + QString(2048, u'é'); }) << false;
+        QTest::newRow("line feed") << with([](GameProfile &p) { p.bottle = u"/a\nb"_s; }) << false;
+        QTest::newRow("tab") << with([](GameProfile &p) { p.directory = u"/a\tb"_s; }) << false;
+        QTest::newRow("format character") << with([](GameProfile &p) { p.bottle = u"/a\u200Eb"_s; }) << false;
+        QTest::newRow("format character outside the BMP")
+            << with([](GameProfile &p) { p.bottle = u"/a"_s + QString::fromUcs4(U"\U000E0001") + u"b"_s; }) << false;
+        QTest::newRow("accents and spaces") << with([](GameProfile &p) { p.bottle = u"/Users/Bálint/My Bottle"_s; }) << true;
+    }
+
+    void profileValidity()
+    {
+        QFETCH(GameProfile, profile);
+        QFETCH(bool, valid);
+        QCOMPARE(profile.valid(), valid);
+        TestHome home;
+        GameProfiles profiles(*home.defaults);
+        profiles.save(profile, GameKind::ats);
+        QCOMPARE(GameProfiles(*home.reopenDefaults()).profile(GameKind::ats).has_value(), valid);
+    }
+
+    void profileArguments_data()
+    {
+        QTest::addColumn<bool>("skipIntro");
+        QTest::addColumn<QString>("size");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("default") << true << u"1920x1080"_s
+                                 << QStringList{u"--wine-desktop"_s, u"1920x1080"_s, u"--game-options=-nointro -64bit"_s};
+        QTest::newRow("with intro") << false << u"1280x720"_s
+                                    << QStringList{u"--wine-desktop"_s, u"1280x720"_s, u"--game-options=-64bit"_s};
+    }
+
+    void profileArguments()
+    {
+        QFETCH(bool, skipIntro);
+        QFETCH(QString, size);
+        QFETCH(QStringList, arguments);
+        GameProfile profile;
+        profile.skipIntro = skipIntro;
+        profile.desktopSize = size;
+        QCOMPARE(profile.arguments(), arguments);
+    }
+
+    void profileStoreRoundTrip()
+    {
+        TestHome home;
+        const GameProfile ets{u"/b/Steam"_s, u"/games/ETS2"_s, false, u"2560x1440"_s, true, false};
+        const GameProfile ats{u"/b/Other"_s, QString(), true, u"1600x900"_s, false, true};
+        {
+            GameProfiles profiles(*home.defaults);
+            profiles.save(ets, GameKind::ets2);
+            profiles.save(ats, GameKind::ats);
+        }
+        const GameProfiles loaded(*home.reopenDefaults());
+        QCOMPARE(loaded.values().size(), 2);
+        QCOMPARE(loaded.profile(GameKind::ets2), ets);
+        QCOMPARE(loaded.profile(GameKind::ats), ats);
+        // Stored as binary data holding a JSON object keyed by the games' names.
+        const QVariant stored = home.defaults->object(GameProfiles::defaultsKey);
+        QCOMPARE(stored.typeId(), QMetaType::QByteArray);
+        const QJsonObject root = QJsonDocument::fromJson(stored.toByteArray()).object();
+        QCOMPARE(root.value(u"Euro Truck Simulator 2"_s).toObject().value(u"hide"_s), QJsonValue(true));
+    }
+
+    void profileStoreLoad_data()
+    {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addColumn<QStringList>("games");
+        const QByteArray good = R"({"bottle":"/b","directory":"","skipIntro":true,"desktopSize":"1920x1080","hide":false,"restore":true})";
+        QTest::newRow("foreign game dropped")
+            << (R"({"Euro Truck Simulator 2":)" + good + R"(,"Euro Truck Simulator 3":)" + good + "}")
+            << QStringList{u"Euro Truck Simulator 2"_s};
+        QTest::newRow("invalid profile dropped, others kept")
+            << (R"({"American Truck Simulator":)" + good + R"(,"Euro Truck Simulator 2":)"
+                + QByteArray(good).replace("1920x1080", "1920x1200") + "}")
+            << QStringList{u"American Truck Simulator"_s};
+        QTest::newRow("missing member spoils everything")
+            << (R"({"American Truck Simulator":)" + good + R"(,"Euro Truck Simulator 2":)"
+                + QByteArray(good).replace(R"("hide":false,)", "") + "}")
+            << QStringList{};
+        QTest::newRow("wrong member type spoils everything")
+            << (R"({"Euro Truck Simulator 2":)" + QByteArray(good).replace(R"("hide":false)", R"("hide":"false")") + "}")
+            << QStringList{};
+        QTest::newRow("not JSON") << QByteArray("\xff\xfe{") << QStringList{};
+        QTest::newRow("an array") << QByteArray("[]") << QStringList{};
+    }
+
+    void profileStoreLoad()
+    {
+        QFETCH(QByteArray, stored);
+        QFETCH(QStringList, games);
+        TestHome home;
+        home.defaults->setData(GameProfiles::defaultsKey, stored);
+        const GameProfiles profiles(*home.defaults);
+        QStringList keys = profiles.values().keys();
+        keys.sort();
+        QCOMPARE(keys, games);
+        // Loading never rewrites the stored entry; only the next save does.
+        QCOMPARE(home.defaults->data(GameProfiles::defaultsKey), stored);
+    }
+
+    void renderingBackend()
+    {
+        QCOMPARE(RenderingBackend::fromRawValue(u"gl"), RenderingBackend(RenderingBackend::gl));
+        QVERIFY(!RenderingBackend::fromRawValue(u"metal"));
+        QCOMPARE(RenderingBackend(RenderingBackend::gl).title(), RenderingBackend(RenderingBackend::dx11).title());
+        QCOMPARE(RenderingBackend::supportedCases().size(), 1u);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPreferences)
+#include "tst_preferences.moc"
