@@ -10,7 +10,7 @@ Paths Paths::system()
     Paths paths = platformDefaults();
     const QString override = qEnvironmentVariable("KORVANE_RESOURCES_DIR");
     if (!override.isEmpty())
-        paths.resources = QFileInfo(override).absoluteFilePath();
+        paths.resources = QDir::cleanPath(QFileInfo(override).absoluteFilePath());
     const QString tmp = qEnvironmentVariable("TMPDIR");
     paths.temporary = QDir::cleanPath(tmp.isEmpty() ? QDir::tempPath() : tmp);
     return paths;
