@@ -12,10 +12,13 @@ inline QByteArray fakeGameExecutable(const QList<quint16> &version)
     QByteArray data(64, '\0');
     data[0] = 'M';
     data[1] = 'Z';
-    auto word = [](quint16 value) { return QByteArray{char(value & 0xff), char(value >> 8)}; };
+    auto word = [](quint16 value) {
+        const char bytes[2] = {char(value & 0xff), char(value >> 8)};
+        return QByteArray(bytes, 2);
+    };
     QByteArray record = word(92) + word(52) + word(0);
     for (char c : QByteArrayLiteral("VS_VERSION_INFO"))
-        record += QByteArray{c, '\0'};
+        record += QByteArray(&c, 1) + QByteArray(1, '\0');
     record += QByteArray(4, '\0'); // the key's terminator, then padding to a four-byte boundary
     QByteArray fixed(52, '\0');
     fixed.replace(0, 4, QByteArray("\xBD\x04\xEF\xFE", 4));
