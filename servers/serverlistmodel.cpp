@@ -1,11 +1,11 @@
 #include "servers/serverlistmodel.h"
 
 #include "platform/httpsession.h"
+#include "platform/jsondecoding.h"
 #include "platform/userdefaults.h"
 #include "servers/serverredirectpolicy.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QTextBoundaryFinder>
@@ -139,13 +139,7 @@ QList<TruckServer> ServerResponse::parse(const QByteArray &body)
 {
     if (body.size() > maximumBodySize)
         throw UrlError(UrlError::dataLengthExceedsMaximum);
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        throw DecodingError(parseError.errorString());
-    if (!document.isObject())
-        throw DecodingError(u"the answer is not a JSON object"_s);
-    const QJsonObject envelope = document.object();
+    const QJsonObject envelope = JsonDecoding::object(body);
     const std::optional<bool> error = decodeErrorFlag(envelope.value("error"_L1));
     const QJsonValue response = envelope.value("response"_L1);
     if (!response.isArray())
