@@ -204,11 +204,7 @@ private Q_SLOTS:
         if (!installed.isEmpty())
             QVERIFY(writeFakeGameExecutable(executable, installed));
 
-        ServiceConfiguration configuration;
-        configuration.apiBaseURL = service.url();
-        configuration.tls = LocalHttpsServer::clientConfiguration();
-        configuration.timeoutOverride = HttpTimeouts{std::chrono::milliseconds(1000), std::chrono::milliseconds(2500)};
-        CompatibilityService compatibility(configuration);
+        CompatibilityService compatibility(service.configuration());
         QFuture<CompatibilityResult> result = compatibility.check(GameKind(GameKind::Value(game)), executable);
         QTRY_VERIFY_WITH_TIMEOUT(result.isFinished(), 20'000);
         QCOMPARE(result.result(), expected);
@@ -223,10 +219,7 @@ private Q_SLOTS:
         ScriptedResponse stall;
         stall.stall = true;
         service.respond(u"/v2/version"_s, stall);
-        ServiceConfiguration configuration;
-        configuration.apiBaseURL = service.url();
-        configuration.tls = LocalHttpsServer::clientConfiguration();
-        auto compatibility = std::make_unique<CompatibilityService>(configuration);
+        auto compatibility = std::make_unique<CompatibilityService>(service.configuration());
         QFuture<CompatibilityResult> result = compatibility->check(GameKind::ets2, u"/nonexistent"_s);
         QSignalSpy received(&service, &LocalHttpsServer::requestReceived);
         QVERIFY(received.wait(20'000));

@@ -56,16 +56,6 @@ QString payloadOutcome(const QString &text)
 class TestReportDelivery : public QObject {
     Q_OBJECT
 
-private:
-    ServiceConfiguration serviceFor(const LocalHttpsServer &server)
-    {
-        ServiceConfiguration service;
-        service.reportURL = server.url(endpointPath);
-        service.tls = LocalHttpsServer::clientConfiguration();
-        service.timeoutOverride = HttpTimeouts{std::chrono::milliseconds(1000), std::chrono::milliseconds(2500)};
-        return service;
-    }
-
 private Q_SLOTS:
     void payloadBounds_data()
     {
@@ -159,7 +149,7 @@ private Q_SLOTS:
                         ScriptedResponse::json(receipt(u"accepted"_s, ReportDelivery::idText(reportId))));
 
         const QString text = u"Korvane Mac Launcher — failure report\nReason: exit_3"_s;
-        QCOMPARE(outcomeOf(ReportDelivery::send(reportId, text, serviceFor(service), deliveryOn)), outcome);
+        QCOMPARE(outcomeOf(ReportDelivery::send(reportId, text, service.configuration(), deliveryOn)), outcome);
 
         QCOMPARE(service.requests().size(), 1);
         const RecordedRequest request = service.requests().first();
@@ -200,7 +190,7 @@ private Q_SLOTS:
         QFETCH(QString, outcome);
         LocalHttpsServer service;
         service.respond(endpointPath, ScriptedResponse::json(receipt(u"accepted"_s, ReportDelivery::idText(reportId))));
-        ServiceConfiguration configuration = serviceFor(service);
+        ServiceConfiguration configuration = service.configuration();
         configuration.reportURL = QUrl(endpoint.replace(u"{port}"_s, QString::number(service.port())));
 
         QFuture<void> delivery = ReportDelivery::send(reportId, text, configuration, bundleInfo);

@@ -77,23 +77,12 @@ QString outcomeOf(const std::function<void()> &action)
     }
 }
 
-constexpr HttpTimeouts shortTimeouts{std::chrono::milliseconds(1000), std::chrono::milliseconds(2500)};
-
 } // namespace
 
 class TestServerList : public QObject {
     Q_OBJECT
 
 private:
-    ServiceConfiguration serviceFor(const LocalHttpsServer &server)
-    {
-        ServiceConfiguration service;
-        service.apiBaseURL = server.url();
-        service.tls = LocalHttpsServer::clientConfiguration();
-        service.timeoutOverride = shortTimeouts;
-        return service;
-    }
-
     // Runs one accepted refresh to its end.
     void refreshAndWait(ServerListModel &model)
     {
@@ -271,7 +260,7 @@ private Q_SLOTS:
         ScriptedResponse stall;
         stall.stall = true;
         QTest::newRow("a server that never answers") << stall << QString() << true;
-        ScriptedResponse trickle = ScriptedResponse::json(good + QByteArray(400, ' '));
+        ScriptedResponse trickle = ScriptedResponse::json(good + QByteArray(1'000, ' '));
         trickle.trickleIntervalMs = 100;
         trickle.trickleChunk = 8;
         QTest::newRow("an answer that trickles past the whole-transfer limit") << trickle << QString() << true;
@@ -297,7 +286,7 @@ private Q_SLOTS:
         service.respond(u"/v2/moved"_s, ScriptedResponse::json(answer({server(3), server(1)})));
         plainService.respond(u"/v2/moved"_s, ScriptedResponse::json(answer({server(3), server(1)})));
 
-        ServerListModel model(*home.defaults, clock, serviceFor(service));
+        ServerListModel model(*home.defaults, clock, service.configuration());
         QSignalSpy failedSpy(&model, &ServerListModel::failedChanged);
         refreshAndWait(model);
 
@@ -322,7 +311,7 @@ private Q_SLOTS:
         ScriptedResponse withCookie = ScriptedResponse::json(answer({server(1)}));
         withCookie.headers.append({QByteArray("Set-Cookie"), QByteArray("session=abc; Path=/")});
         service.respond(u"/v2/servers"_s, withCookie);
-        ServerListModel model(*home.defaults, clock, serviceFor(service));
+        ServerListModel model(*home.defaults, clock, service.configuration());
         refreshAndWait(model);
         clock.advance(60'000);
         refreshAndWait(model);
@@ -343,7 +332,7 @@ private Q_SLOTS:
         FakeClock clock;
         LocalHttpsServer service;
         service.respond(u"/v2/servers"_s, ScriptedResponse::json("oops", 500));
-        ServerListModel model(*home.defaults, clock, serviceFor(service));
+        ServerListModel model(*home.defaults, clock, service.configuration());
         QVERIFY(model.isStale());
 
         refreshAndWait(model); // the first refresh is always accepted
@@ -386,7 +375,7 @@ private Q_SLOTS:
         ScriptedResponse stall;
         stall.stall = true;
         service.respond(u"/v2/servers"_s, stall);
-        ServerListModel model(*home.defaults, clock, serviceFor(service));
+        ServerListModel model(*home.defaults, clock, service.configuration());
         QSignalSpy received(&service, &LocalHttpsServer::requestReceived);
 
         model.refresh();

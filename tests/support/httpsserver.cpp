@@ -146,6 +146,16 @@ qsizetype LocalHttpsServer::requestCount(const QString &path) const
                          [&](const RecordedRequest &request) { return request.path == path.toUtf8(); });
 }
 
+ServiceConfiguration LocalHttpsServer::configuration() const
+{
+    ServiceConfiguration configuration;
+    configuration.apiBaseURL = url();
+    configuration.reportURL = url(u"/korvane/api/reports"_s);
+    configuration.tls = clientConfiguration();
+    configuration.timeoutOverride = HttpTimeouts{std::chrono::seconds(2), std::chrono::seconds(5)};
+    return configuration;
+}
+
 QSslConfiguration LocalHttpsServer::clientConfiguration()
 {
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();

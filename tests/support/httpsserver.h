@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/serviceconfiguration.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
@@ -61,6 +63,10 @@ public:
     void respond(const QString &path, ScriptedResponse response);
     QList<RecordedRequest> requests() const { return m_requests; }
     qsizetype requestCount(const QString &path) const;
+
+    // The service and report endpoints on this server, trusted, with time-outs short enough
+    // for a test to sit through (2 s without data, 5 s for a whole transfer).
+    ServiceConfiguration configuration() const;
 
     // TLS settings for a client that trusts this run's certificate and nothing else.
     static QSslConfiguration clientConfiguration();
