@@ -135,7 +135,7 @@ private Q_SLOTS:
     void checkAgainstTheService_data()
     {
         QTest::addColumn<ScriptedResponse>("response");
-        QTest::addColumn<QString>("redirectTo"); // {port} stands for the server's port
+        QTest::addColumn<QString>("redirectTo"); // {port}: the server's, {plainport}: a plain http one's
         QTest::addColumn<int>("game");
         QTest::addColumn<QList<quint16>>("installed"); // empty: no executable
         QTest::addColumn<CompatibilityResult>("expected");
@@ -171,6 +171,9 @@ private Q_SLOTS:
         QTest::newRow("redirect to another host is not")
             << ScriptedResponse() << u"https://localhost:{port}/v2/moved"_s << int(GameKind::ets2) << current
             << CompatibilityResult{State::unknown, u"1.53.3.14"_s, none};
+        QTest::newRow("redirect to plain http is not")
+            << ScriptedResponse() << u"http://127.0.0.1:{plainport}/v2/moved"_s << int(GameKind::ets2) << current
+            << CompatibilityResult{State::unknown, u"1.53.3.14"_s, none};
         QTest::newRow("99,999 bytes") << ScriptedResponse::json(paddedTo(99'999)) << QString() << int(GameKind::ets2)
                                       << current
                                       << CompatibilityResult{State::compatible, u"1.53.3.14"_s, u"1.53.3.14s"_s};
@@ -194,12 +197,17 @@ private Q_SLOTS:
 
         TestHome home;
         LocalHttpsServer service;
-        QVERIFY(service.isListening());
+        LocalHttpsServer plainService(LocalHttpsServer::Transport::plain);
+        QVERIFY(service.isListening() && plainService.isListening());
         if (!redirectTo.isEmpty())
             response = ScriptedResponse::redirect(
-                307, QUrl(QString(redirectTo).replace(u"{port}"_s, QString::number(service.port()))));
+                307, QUrl(QString(redirectTo)
+                              .replace(u"{port}"_s, QString::number(service.port()))
+                              .replace(u"{plainport}"_s, QString::number(plainService.port()))));
         service.respond(u"/v2/version"_s, response);
+        // Where the redirects point: a good answer, so following a refused redirect would show.
         service.respond(u"/v2/moved"_s, ScriptedResponse::json(versions(u"1.53.3.14s"_s, u"1.49.2.0s"_s)));
+        plainService.respond(u"/v2/moved"_s, ScriptedResponse::json(versions(u"1.53.3.14s"_s, u"1.49.2.0s"_s)));
         const QString executable = home.paths.home + u"/eurotrucks2.exe"_s;
         if (!installed.isEmpty())
             QVERIFY(writeFakeGameExecutable(executable, installed));
@@ -209,8 +217,10 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(result.isFinished(), 20'000);
         QCOMPARE(result.result(), expected);
         QCOMPARE(service.requestCount(u"/v2/version"_s), 1);
-        if (!redirectTo.isEmpty() && !expected.supported)
+        if (!redirectTo.isEmpty() && !expected.supported) {
             QCOMPARE(service.requestCount(u"/v2/moved"_s), 0);
+            QCOMPARE(plainService.requestCount(u"/v2/moved"_s), 0);
+        }
     }
 
     void aServiceThatGoesAwayCancelsItsCheck()
@@ -226,6 +236,20 @@ private Q_SLOTS:
         compatibility.reset();
         QTRY_VERIFY_WITH_TIMEOUT(result.isFinished(), 20'000);
         QVERIFY(result.isCanceled());
+    }
+
+    void anUnreachableServiceIsUnknown()
+    {
+        TestHome home;
+        const QString executable = home.paths.home + u"/eurotrucks2.exe"_s;
+        QVERIFY(writeFakeGameExecutable(executable, {1, 53, 3, 14}));
+        LocalHttpsServer service;
+        service.close();
+        CompatibilityService compatibility(service.configuration());
+        QFuture<CompatibilityResult> result = compatibility.check(GameKind::ets2, executable);
+        QTRY_VERIFY_WITH_TIMEOUT(result.isFinished(), 20'000);
+        QCOMPARE(result.result(),
+                 (CompatibilityResult{CompatibilityResult::State::unknown, u"1.53.3.14"_s, none}));
     }
 
     void anUnusableApiAddressNeverConnects()

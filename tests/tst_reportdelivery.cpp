@@ -160,6 +160,14 @@ private Q_SLOTS:
         QCOMPARE(request.body, ReportDelivery::payload(reportId, text));
     }
 
+    void anUnreachableEndpointFails()
+    {
+        LocalHttpsServer service;
+        service.close();
+        QCOMPARE(outcomeOf(ReportDelivery::send(reportId, u"report"_s, service.configuration(), deliveryOn)),
+                 u"cannotConnectToHost"_s);
+    }
+
     void nothingIsSentWhenRefusedLocally_data()
     {
         QTest::addColumn<QVariantMap>("bundleInfo");

@@ -303,6 +303,17 @@ private Q_SLOTS:
         QCOMPARE(service.requestCount(u"/v2/servers"_s), 1);
     }
 
+    void anUnreachableServiceFails()
+    {
+        TestHome home;
+        FakeClock clock;
+        LocalHttpsServer service;
+        service.close();
+        ServerListModel model(*home.defaults, clock, service.configuration());
+        refreshAndWait(model);
+        QVERIFY(model.failed());
+    }
+
     void refreshSendsAPlainGet()
     {
         TestHome home;

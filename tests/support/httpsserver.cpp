@@ -135,6 +135,11 @@ QUrl LocalHttpsServer::url(const QString &path, const QString &host) const
     return url;
 }
 
+void LocalHttpsServer::close()
+{
+    m_server->close();
+}
+
 void LocalHttpsServer::respond(const QString &path, ScriptedResponse response)
 {
     m_routes.insert(path, std::move(response));

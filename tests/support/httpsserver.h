@@ -59,6 +59,9 @@ public:
     // https (http for a plain server) on this server's port.
     QUrl url(const QString &path = {}, const QString &host = QStringLiteral("127.0.0.1")) const;
 
+    // Stops accepting connections: the port refuses them from now on.
+    void close();
+
     // Unscripted paths answer 404.
     void respond(const QString &path, ScriptedResponse response);
     QList<RecordedRequest> requests() const { return m_requests; }
