@@ -114,6 +114,11 @@ private Q_SLOTS:
         QTest::newRow("extra members are ignored")
             << withServer({{u"ip"_s, u"10.0.0.1"_s}, {u"event"_s, false}}) << u"ok"_s << QList<qint64>{1};
         QTest::newRow("empty list") << answer({}) << u"ok"_s << QList<qint64>{};
+        QTest::newRow("ids beyond a double's precision stay exact")
+            << answer({server(9'007'199'254'740'993), server(9'007'199'254'740'992)}) << u"ok"_s
+            << QList<qint64>{9'007'199'254'740'992, 9'007'199'254'740'993};
+        QTest::newRow("an id beyond 64 bits") << QByteArray(R"({"response":[{"id":1e19,"game":"ETS2","name":"n",
+            "online":true,"players":0,"queue":0,"maxplayers":0}]})") << u"decoding"_s << QList<qint64>{};
 
         QTest::newRow("error member false") << answer({server(1)}, false) << u"ok"_s << QList<qint64>{1};
         QTest::newRow("error member absent") << answer({server(1)}, QJsonValue::Undefined) << u"ok"_s
