@@ -27,3 +27,7 @@ bool takeSwitch(QStringList &arguments, const QString &name);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
+int serversCommand(CliContext &context, const QStringList &arguments);
+int favoriteCommand(CliContext &context, const QStringList &arguments);
+int compatCommand(CliContext &context, const QStringList &arguments);
+int reportSendCommand(CliContext &context, const QStringList &arguments);

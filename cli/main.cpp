@@ -18,6 +18,10 @@ struct CommandEntry {
 const CommandEntry commands[] = {
     {"game-version"_L1, gameVersionCommand, "game-version PATH"_L1},
     {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
+    {"servers"_L1, serversCommand, "servers [--game ets2|ats] [--json]"_L1},
+    {"favorite"_L1, favoriteCommand, "favorite ID"_L1},
+    {"compat"_L1, compatCommand, "compat [--game ets2|ats] --exe PATH [--json]   (--exe required for now)"_L1},
+    {"report-send"_L1, reportSendCommand, "report-send --id UUID FILE"_L1},
 };
 
 void printUsage(QTextStream &stream)
