@@ -58,7 +58,8 @@ ReportDelivery::Receipt ReportDelivery::Receipt::decode(const QByteArray &body)
 
 QString ReportDelivery::idText(const QUuid &id)
 {
-    return id.toString(QUuid::WithoutBraces);
+    // The canonical text everywhere in the launcher: upper-case, as the stored report has it.
+    return id.toString(QUuid::WithoutBraces).toUpper();
 }
 
 QString ReportDelivery::recipient(const ServiceConfiguration &service)
