@@ -4,7 +4,7 @@
 #include "games/gameversion.h"
 #include "platform/serviceconfiguration.h"
 
-#include <QByteArrayView>
+#include <QByteArray>
 #include <QFuture>
 #include <QMetaType>
 #include <QObject>
@@ -20,7 +20,7 @@ struct SupportedVersions {
     static constexpr qint64 maximumBodySize = 99'999;
     // Throws UrlError (dataLengthExceedsMaximum, cannotParseResponse) or DecodingError. One
     // malformed pattern discards the answer for both games.
-    static SupportedVersions parse(QByteArrayView body);
+    static SupportedVersions parse(const QByteArray &body);
     QString version(GameKind game) const { return game == GameKind::ats ? ats : ets2; }
     bool operator==(const SupportedVersions &) const = default;
 };

@@ -89,9 +89,6 @@ private:
     qint64 m_maximumBodySize;
     QByteArray m_body;
     QTimer m_resourceTimer;
-    std::optional<UrlError> m_abortReason;
-    // A redirect the policy declined: the answer that asked for it is the result.
-    std::optional<HttpResult> m_declinedRedirect;
     bool m_done = false;
 };
 

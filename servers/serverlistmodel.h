@@ -4,7 +4,7 @@
 #include "platform/clock.h"
 #include "platform/serviceconfiguration.h"
 
-#include <QByteArrayView>
+#include <QByteArray>
 #include <QDateTime>
 #include <QList>
 #include <QMetaType>
@@ -40,7 +40,7 @@ inline constexpr qint64 maximumBodySize = 2'000'000;
 // The servers of both games, validated and in display order. Throws UrlError
 // (dataLengthExceedsMaximum, cannotParseResponse) or DecodingError; one bad server rejects the
 // whole answer.
-QList<TruckServer> parse(QByteArrayView body);
+QList<TruckServer> parse(const QByteArray &body);
 } // namespace ServerResponse
 
 class HttpSession;
