@@ -5,7 +5,7 @@
 // A clock that only moves when the test says so.
 class FakeClock final : public Clock {
 public:
-    explicit FakeClock(QDateTime start = QDateTime(QDate(2026, 1, 1), QTime(12, 0), QTimeZone::UTC))
+    explicit FakeClock(QDateTime start = QDateTime(QDate(2026, 1, 1), QTime(12, 0), Qt::UTC))
         : m_now(std::move(start)) {}
     QDateTime now() const override { return m_now; }
     void set(const QDateTime &time) { m_now = time; }
