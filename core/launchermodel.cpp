@@ -1,9 +1,11 @@
 #include "core/launchermodel.h"
 
 #include "core/bottlediscovery.h"
+#include "platform/bundleinfo.h"
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/filepanels.h"
+#include "platform/systeminfo.h"
 #include "platform/userdefaults.h"
 #include "preferences/settingstransfer.h"
 
@@ -60,6 +62,8 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     , m_logText(L("Az indító készen áll.\n"))
     , m_windowPreferences(new WindowPreferences(context.defaults, this))
     , m_profiles(context.defaults)
+    , m_activity(new SessionActivity(context.defaults, context.clock,
+                                     {context.paths.home, BundleInfo::main(), SystemInfo::operatingSystemVersion()}, this))
     , m_compatibilityService(new CompatibilityService(context.service, this))
 {
     if (const auto stored = m_defaults.string(gameKey))
@@ -505,6 +509,7 @@ void LauncherModel::appendLog(const QString &text)
     if (log.size() > logLimit)
         log = log.right(logKeptLength);
     setLogText(log);
+    m_activity->append(text);
     if (m_isRunning && !m_gameStartupDetected) {
         if (const auto found = LaunchIssue::classify(m_logText.right(4000)))
             setIssue(found);

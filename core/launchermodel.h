@@ -10,6 +10,7 @@
 #include "preferences/applanguage.h"
 #include "preferences/l10n.h"
 #include "preferences/windowpreferences.h"
+#include "sessions/sessionactivity.h"
 
 #include <QIODevice>
 #include <QList>
@@ -106,6 +107,7 @@ public:
     WindowPreferences &windowPreferences() { return *m_windowPreferences; }
     GameProfiles &profiles() { return m_profiles; }
     const GameProfiles &profiles() const { return m_profiles; }
+    SessionActivity &activity() { return *m_activity; }
     CompatibilityService &compatibilityService() { return *m_compatibilityService; }
 
     // --- Launch supervision, driven by the launch itself
@@ -223,6 +225,7 @@ private:
     bool m_isRunning = false;
     QPointer<WindowPreferences> m_windowPreferences;
     GameProfiles m_profiles;
+    QPointer<SessionActivity> m_activity;
     bool m_skipIntro = true;
     // True while a profile is being applied, so that the observers it sets off do not write the
     // half-applied state back. Starts true: construction applies the stored settings first.

@@ -444,6 +444,9 @@ private Q_SLOTS:
         QCOMPARE(model.issue()->rawValue(), u"network"_s);
         model.appendLog(u"Permission denied\n"_s); // the tail still holds the HTTP error, which ranks first
         QCOMPARE(model.issue()->rawValue(), u"network"_s);
+        model.activity().begin(GameKind::ets2);
+        model.appendLog(u"Starting game\n"_s); // the session follows the console
+        QCOMPARE(model.activity().current()->stage, LaunchStage::starting);
         model.setGameStartupDetected(true);
         model.appendLog(u"game version mismatch\n"_s);
         QCOMPARE(model.issue()->rawValue(), u"network"_s);
