@@ -1,59 +1,12 @@
 #include "core/bottlediscovery.h"
 #include "core/launchermodel.h"
-#include "platform/clock_fake.h"
-#include "platform/desktop_fake.h"
-#include "platform/filepanels_fake.h"
 #include "support/bottletree.h"
-#include "support/testhome.h"
+#include "support/launcherrig.h"
 
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-// A launcher over a temporary home: CrossOver's root and the bottles directory live inside it,
-// the panels and the desktop are fakes.
-struct Rig {
-    TestHome home;
-    FakeClock clock;
-    FakeFilePanels panels;
-    FakeDesktop desktop;
-    QString cxRoot = home.root() + u"/cxoffice"_s;
-    QString bottles = home.paths.home + u"/.cxoffice"_s;
-    QString resources = home.root() + u"/resources"_s;
-    std::unique_ptr<LauncherModel> model;
-
-    Rig()
-    {
-        home.installLocalization();
-        qputenv("CX_ROOT", cxRoot.toUtf8());
-        QDir().mkpath(bottles);
-    }
-
-    LauncherModel &start()
-    {
-        model.reset();
-        Paths paths = home.paths;
-        paths.resources = resources;
-        ServiceConfiguration service;
-        service.apiBaseURL = QUrl(u"https://127.0.0.1:9"_s);
-        model = std::make_unique<LauncherModel>(LauncherContext{*home.defaults, clock, paths,
-                                                                CrossOverLocation::system(home.paths.home),
-                                                                service, &panels, &desktop});
-        return *model;
-    }
-
-    QStringList bottleNames() const
-    {
-        QStringList names;
-        for (const Bottle &bottle : model->bottles())
-            names.append(bottle.name());
-        return names;
-    }
-};
-
-} // namespace
 
 class TestLauncherModel : public QObject {
     Q_OBJECT
@@ -87,7 +40,7 @@ private Q_SLOTS:
         QFETCH(QStringList, bottles);
         QFETCH(QStringList, expected);
         QFETCH(QString, selected);
-        Rig rig;
+        LauncherRig rig;
         for (QString name : bottles) {
             const bool steam = name.endsWith(u'+');
             BottleTree::makeBottle(rig.bottles, steam ? name.chopped(1) : name, steam);
@@ -109,7 +62,7 @@ private Q_SLOTS:
 
     void walkFindsNestedAndSkipsHiddenAndPackages()
     {
-        Rig rig;
+        LauncherRig rig;
         const QString plain = BottleTree::makeBottle(rig.bottles, u"Plain"_s);
         const QString nested = BottleTree::makeBottle(rig.bottles, u"Outer/drive_c/users/inner"_s);
         BottleTree::makeBottle(rig.bottles, u".Hidden"_s);
@@ -126,7 +79,7 @@ private Q_SLOTS:
 
     void storedSelectionWins()
     {
-        Rig rig;
+        LauncherRig rig;
         BottleTree::makeBottle(rig.bottles, u"Steam"_s, true);
         const QString plain = BottleTree::makeBottle(rig.bottles, u"Plain"_s);
         rig.home.defaults->setString(u"selectedBottlePath"_s, plain);
@@ -158,7 +111,7 @@ private Q_SLOTS:
         QFETCH(QStringList, expectedBottles);
         QFETCH(QString, expectedSelection);
         QFETCH(bool, errorLogged);
-        Rig rig;
+        LauncherRig rig;
         BottleTree::makeBottle(rig.bottles, u"Main"_s, true);
         BottleTree::makeBottle(rig.home.paths.home, u"Manual"_s);
         QDir().mkpath(rig.bottles + u"/elsewhere"_s);
@@ -177,7 +130,7 @@ private Q_SLOTS:
 
     void manualGameDirectorySurvivesBottleChanges()
     {
-        Rig rig;
+        LauncherRig rig;
         const QString first = BottleTree::makeBottle(rig.bottles, u"First"_s, true);
         const QString second = BottleTree::makeBottle(rig.bottles, u"Second"_s, true);
         LauncherModel &model = rig.start();
@@ -202,7 +155,7 @@ private Q_SLOTS:
 
     void sameBottleAgainWritesNothing()
     {
-        Rig rig;
+        LauncherRig rig;
         const QString bottle = BottleTree::makeBottle(rig.bottles, u"Only"_s, true);
         LauncherModel &model = rig.start();
         rig.home.defaults->remove(u"selectedBottlePath"_s);
@@ -236,7 +189,7 @@ private Q_SLOTS:
         QFETCH(int, game);
         QFETCH(QVariant, backendAfter);
         QFETCH(QString, desktopSizeAfter);
-        Rig rig;
+        LauncherRig rig;
         for (auto it = stored.cbegin(); it != stored.cend(); ++it)
             rig.home.defaults->setObject(it.key(), it.value());
         LauncherModel &model = rig.start();
@@ -250,7 +203,7 @@ private Q_SLOTS:
 
     void gameChangeSavesTheOldProfileBeforeLoadingTheNew()
     {
-        Rig rig;
+        LauncherRig rig;
         const QString bottle = BottleTree::makeBottle(rig.bottles, u"Main"_s, true);
         LauncherModel &model = rig.start();
         model.setDesktopSize(u"1600x900"_s);
@@ -279,7 +232,7 @@ private Q_SLOTS:
 
     void aRememberedBottleIsListedEvenWhenNotFound()
     {
-        Rig rig;
+        LauncherRig rig;
         BottleTree::makeBottle(rig.bottles, u"Found"_s, true);
         const QString remembered = BottleTree::makeBottle(rig.home.root(), u"Remembered"_s);
         GameProfiles(*rig.home.defaults).save(GameProfile{remembered, {}, true, u"1920x1080"_s, false, true}, GameKind::ets2);
@@ -290,7 +243,7 @@ private Q_SLOTS:
 
     void derivedPaths()
     {
-        Rig rig;
+        LauncherRig rig;
         LauncherModel &model = rig.start();
         model.setGame(GameKind::ats);
         model.setGameDirectory(u"/x"_s);
@@ -321,7 +274,7 @@ private Q_SLOTS:
         QFETCH(bool, hidden);
         QFETCH(bool, restore);
         QFETCH(int, unhides);
-        Rig rig;
+        LauncherRig rig;
         LauncherModel &model = rig.start();
         model.setIsRunning(from);
         model.windowPreferences().setRestoreOnExit(restore);
@@ -366,7 +319,7 @@ private Q_SLOTS:
         QFETCH(QString, oks);
         QFETCH(QString, missing);
         QFETCH(QString, status);
-        Rig rig;
+        LauncherRig rig;
         if (wine != u"absent"_s)
             BottleTree::installCrossOver(rig.cxRoot, wine == u"executable"_s);
         if (bottle) {
@@ -394,7 +347,7 @@ private Q_SLOTS:
 
     void runningStatusWinsAndRefreshAlwaysNotifies()
     {
-        Rig rig;
+        LauncherRig rig;
         LauncherModel &model = rig.start();
         QSignalSpy spy(&model, &LauncherModel::statusChanged);
         model.refreshStatus();
@@ -435,7 +388,7 @@ private Q_SLOTS:
 
     void consoleClassificationOnlyWhileLoading()
     {
-        Rig rig;
+        LauncherRig rig;
         LauncherModel &model = rig.start();
         model.appendLog(u"HTTP Error 500\n"_s);
         QCOMPARE(model.issue(), std::nullopt); // not running
