@@ -27,3 +27,6 @@ bool takeSwitch(QStringList &arguments, const QString &name);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
+int statusCommand(CliContext &context, const QStringList &arguments);
+int selectCommand(CliContext &context, const QStringList &arguments);
+int settingsCommand(CliContext &context, const QStringList &arguments);

@@ -18,6 +18,9 @@ struct CommandEntry {
 const CommandEntry commands[] = {
     {"game-version"_L1, gameVersionCommand, "game-version PATH"_L1},
     {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
+    {"status"_L1, statusCommand, "status [--json]"_L1},
+    {"select"_L1, selectCommand, "select --bottle PATH | --game ets2|ats | --game-dir PATH | --auto-game-dir"_L1},
+    {"settings"_L1, settingsCommand, "settings export FILE | settings import FILE [--yes]"_L1},
 };
 
 void printUsage(QTextStream &stream)
