@@ -90,18 +90,13 @@ LauncherModel::~LauncherModel() = default;
 
 void LauncherModel::setBottles(const QList<Bottle> &bottles)
 {
-    if (bottles == m_bottles)
-        return;
-    m_bottles = bottles;
-    Q_EMIT bottlesChanged();
+    publish(m_bottles, bottles, &LauncherModel::bottlesChanged);
 }
 
 void LauncherModel::setSelectedBottlePath(const QString &path)
 {
-    if (path == m_selectedBottlePath)
+    if (!publish(m_selectedBottlePath, path, &LauncherModel::selectedBottlePathChanged))
         return;
-    m_selectedBottlePath = path;
-    Q_EMIT selectedBottlePathChanged();
     m_defaults.setString(selectedBottleKey, path);
     updateAutomaticGameDirectory();
     saveGameProfile();
@@ -110,10 +105,8 @@ void LauncherModel::setSelectedBottlePath(const QString &path)
 void LauncherModel::setGame(GameKind game)
 {
     const GameKind old = m_game;
-    if (game == old)
+    if (!publish(m_game, game, &LauncherModel::gameChanged))
         return;
-    m_game = game;
-    Q_EMIT gameChanged();
     // The model still holds the old game's settings: keep them before the new game's replace them.
     saveGameProfile(old);
     m_defaults.setString(gameKey, game.rawValue());
@@ -122,55 +115,38 @@ void LauncherModel::setGame(GameKind game)
 
 void LauncherModel::setBackend(RenderingBackend backend)
 {
-    const bool changed = backend != m_backend;
-    m_backend = backend;
-    if (changed)
-        Q_EMIT backendChanged();
+    publish(m_backend, backend, &LauncherModel::backendChanged);
     m_defaults.setString(backendKey, backend.rawValue());
 }
 
 void LauncherModel::setGameDirectory(const QString &directory)
 {
-    if (directory == m_gameDirectory)
-        return;
-    m_gameDirectory = directory;
-    Q_EMIT gameDirectoryChanged();
+    publish(m_gameDirectory, directory, &LauncherModel::gameDirectoryChanged);
 }
 
 void LauncherModel::setUseWineDesktop(bool use)
 {
-    const bool changed = use != m_useWineDesktop;
-    m_useWineDesktop = use;
-    if (changed)
-        Q_EMIT useWineDesktopChanged();
+    publish(m_useWineDesktop, use, &LauncherModel::useWineDesktopChanged);
     m_defaults.setBool(useWineDesktopKey, use);
 }
 
 void LauncherModel::setDesktopSize(const QString &size)
 {
-    const bool changed = size != m_desktopSize;
-    m_desktopSize = size;
-    if (changed)
-        Q_EMIT desktopSizeChanged();
+    publish(m_desktopSize, size, &LauncherModel::desktopSizeChanged);
     m_defaults.setString(desktopSizeKey, size);
     saveGameProfile();
 }
 
 void LauncherModel::setLogText(const QString &text)
 {
-    if (text == m_logText)
-        return;
-    m_logText = text;
-    Q_EMIT logTextChanged();
+    publish(m_logText, text, &LauncherModel::logTextChanged);
 }
 
 void LauncherModel::setIsRunning(bool running)
 {
     const bool wasRunning = m_isRunning;
-    m_isRunning = running;
-    if (wasRunning == running)
+    if (!publish(m_isRunning, running, &LauncherModel::isRunningChanged))
         return;
-    Q_EMIT isRunningChanged();
     if (wasRunning && m_hiddenForGame) {
         m_hiddenForGame = false;
         if (m_windowPreferences->restoreOnExit() && m_desktop)
@@ -180,51 +156,33 @@ void LauncherModel::setIsRunning(bool running)
 
 void LauncherModel::setSkipIntro(bool skip)
 {
-    const bool changed = skip != m_skipIntro;
-    m_skipIntro = skip;
-    if (changed)
-        Q_EMIT skipIntroChanged();
+    publish(m_skipIntro, skip, &LauncherModel::skipIntroChanged);
     saveGameProfile();
 }
 
 void LauncherModel::setIssue(std::optional<LaunchIssue> issue)
 {
-    const bool changed = issue.has_value() != m_issue.has_value() || (issue && LaunchIssue::Value(*issue) != *m_issue);
-    m_issue = issue;
-    if (changed)
-        Q_EMIT issueChanged();
+    publish(m_issue, issue, &LauncherModel::issueChanged);
 }
 
 void LauncherModel::setCompatibility(const std::optional<CompatibilityResult> &result)
 {
-    if (result == m_compatibility)
-        return;
-    m_compatibility = result;
-    Q_EMIT compatibilityChanged();
+    publish(m_compatibility, result, &LauncherModel::compatibilityChanged);
 }
 
 void LauncherModel::setPendingCompatibility(const std::optional<CompatibilityResult> &result)
 {
-    if (result == m_pendingCompatibility)
-        return;
-    m_pendingCompatibility = result;
-    Q_EMIT pendingCompatibilityChanged();
+    publish(m_pendingCompatibility, result, &LauncherModel::pendingCompatibilityChanged);
 }
 
 void LauncherModel::setUpdateSessionActive(bool active)
 {
-    if (active == m_updateSessionActive)
-        return;
-    m_updateSessionActive = active;
-    Q_EMIT updateSessionActiveChanged();
+    publish(m_updateSessionActive, active, &LauncherModel::updateSessionActiveChanged);
 }
 
 void LauncherModel::setSetupActive(bool active)
 {
-    if (active == m_setupActive)
-        return;
-    m_setupActive = active;
-    Q_EMIT setupActiveChanged();
+    publish(m_setupActive, active, &LauncherModel::setupActiveChanged);
 }
 
 // --- Derived paths ---------------------------------------------------------------------------

@@ -205,6 +205,16 @@ Q_SIGNALS:
 
 private:
     void updateAutomaticGameDirectory();
+    // Stores a published value and notifies when it changed; tells whether it did.
+    template <typename T>
+    bool publish(T &field, const T &value, void (LauncherModel::*changed)())
+    {
+        if (field == value)
+            return false;
+        field = value;
+        Q_EMIT(this->*changed)();
+        return true;
+    }
 
     UserDefaults &m_defaults;
     const Clock &m_clock;
