@@ -30,3 +30,7 @@ int textCommand(CliContext &context, const QStringList &arguments);
 int statusCommand(CliContext &context, const QStringList &arguments);
 int selectCommand(CliContext &context, const QStringList &arguments);
 int settingsCommand(CliContext &context, const QStringList &arguments);
+int serversCommand(CliContext &context, const QStringList &arguments);
+int favoriteCommand(CliContext &context, const QStringList &arguments);
+int compatCommand(CliContext &context, const QStringList &arguments);
+int reportSendCommand(CliContext &context, const QStringList &arguments);

@@ -1,9 +1,9 @@
 #include "games/compatibilityservice.h"
 
 #include "platform/httpsession.h"
+#include "platform/jsondecoding.h"
 #include "servers/serverredirectpolicy.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QPromise>
 #include <QtConcurrent/QtConcurrentRun>
@@ -14,13 +14,7 @@ SupportedVersions SupportedVersions::parse(const QByteArray &body)
 {
     if (body.size() > maximumBodySize)
         throw UrlError(UrlError::dataLengthExceedsMaximum);
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        throw DecodingError(parseError.errorString());
-    if (!document.isObject())
-        throw DecodingError(u"the answer is not a JSON object"_s);
-    const QJsonObject object = document.object();
+    const QJsonObject object = JsonDecoding::object(body);
     const QJsonValue ets2 = object.value("supported_game_version"_L1);
     const QJsonValue ats = object.value("supported_ats_game_version"_L1);
     if (!ets2.isString() || !ats.isString())

@@ -75,7 +75,7 @@ void HttpTask::cancel()
 
 void HttpTask::onReadyRead()
 {
-    if (m_done || !m_reply)
+    if (m_done || !m_reply || !m_reply->isOpen())
         return;
     // Drained at every arrival, so Qt's own buffer stays small and the cap is checked against
     // what has really come in.

@@ -1,5 +1,7 @@
 #include "sessions/reportdelivery.h"
 
+#include "platform/jsondecoding.h"
+
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -46,14 +48,10 @@ QByteArray ReportDelivery::Payload::encoded() const
 
 ReportDelivery::Receipt ReportDelivery::Receipt::decode(const QByteArray &body)
 {
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        throw DecodingError(parseError.errorString());
-    const QJsonObject object = document.object();
+    const QJsonObject object = JsonDecoding::object(body);
     const QJsonValue status = object.value("status"_L1);
     const QJsonValue id = object.value("id"_L1);
-    if (!document.isObject() || !status.isString() || !id.isString())
+    if (!status.isString() || !id.isString())
         throw DecodingError(u"the receipt lacks its status or id"_s);
     return {status.toString(), id.toString()};
 }
