@@ -136,9 +136,10 @@ bool mentionsSensitiveKey(const QString &line)
     const QRegularExpression &key = expressions().sensitiveKey;
     if (key.match(line).hasMatch())
         return true;
-    // ICU matches literal strings under full case folding ("PAẞWORD" names a password);
-    // upper- then lower-casing applies Unicode's multi-character mappings that PCRE2 skips.
-    return !isAscii(line) && key.match(line.toUpper().toLower()).hasMatch();
+    // ICU matches literal strings under full case folding ("PAẞWORD" names a password). The
+    // round through upper case applies Unicode's multi-character mappings (ß to SS) that
+    // PCRE2's per-character folding skips; lowering first brings ẞ to ß.
+    return !isAscii(line) && key.match(line.toLower().toUpper().toLower()).hasMatch();
 }
 
 void redactLine(QString &line, const QString &home)
