@@ -27,3 +27,7 @@ bool takeSwitch(QStringList &arguments, const QString &name);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
+int redactCommand(CliContext &context, const QStringList &arguments);
+int tailCommand(CliContext &context, const QStringList &arguments);
+int diagnosticsCommand(CliContext &context, const QStringList &arguments);
+int sessionsCommand(CliContext &context, const QStringList &arguments);

@@ -18,6 +18,10 @@ struct CommandEntry {
 const CommandEntry commands[] = {
     {"game-version"_L1, gameVersionCommand, "game-version PATH"_L1},
     {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
+    {"redact"_L1, redactCommand, "redact [--home PATH] < INPUT"_L1},
+    {"tail"_L1, tailCommand, "tail FILE [--max BYTES]"_L1},
+    {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
+    {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
 };
 
 void printUsage(QTextStream &stream)
