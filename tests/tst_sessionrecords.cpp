@@ -1,6 +1,10 @@
+#include "platform/filechooser_fake.h"
+#include "preferences/l10n.h"
 #include "sessions/failurereport.h"
 #include "sessions/playsession.h"
 
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -166,6 +170,40 @@ private Q_SLOTS:
             const QByteArray renamed = QByteArray(json).replace(key, "\"other\"");
             QVERIFY2(!FailureReport::fromJson(renamed).has_value(), key);
         }
+    }
+
+    void reportExport_data()
+    {
+        QTest::addColumn<std::optional<QString>>("destination");
+        QTest::addColumn<std::optional<QString>>("resultKey");
+        QTest::newRow("saved") << std::optional<QString>(u"Korvane-Failure.zip"_s) << std::optional<QString>(u"diagnostics.saved"_s);
+        QTest::newRow("folder missing") << std::optional<QString>(u"gone/Korvane-Failure.zip"_s)
+                                        << std::optional<QString>(u"diagnostics.failed"_s);
+        QTest::newRow("cancelled") << std::optional<QString>() << std::optional<QString>();
+    }
+
+    void reportExport()
+    {
+        QFETCH(std::optional<QString>, destination);
+        QFETCH(std::optional<QString>, resultKey);
+        QTemporaryDir dir;
+        FakeFileChooser chooser;
+        if (destination)
+            chooser.answer = dir.filePath(*destination);
+        const QString edited = u"Korvane Mac Launcher \u2014 failure report\nedited by the user"_s;
+
+        const auto result = FailureReport::exportText(edited, chooser, dir.path());
+
+        QCOMPARE(chooser.requests, QStringList{u"Korvane-Failure.zip|zip"_s});
+        QCOMPARE(result.has_value(), resultKey.has_value());
+        if (resultKey)
+            QCOMPARE(result->key, *resultKey);
+        QProcess unzip;
+        unzip.start(u"unzip"_s, {u"-p"_s, chooser.answer.value_or(QString()), u"Diagnostics/report.txt"_s});
+        QVERIFY(unzip.waitForFinished(60000));
+        QCOMPARE(unzip.exitCode() == 0, resultKey == u"diagnostics.saved"_s);
+        if (unzip.exitCode() == 0)
+            QCOMPARE(QString::fromUtf8(unzip.readAllStandardOutput()), edited);
     }
 };
 
