@@ -74,7 +74,8 @@ QRegularExpression icuExpression(const QString &pattern)
         translated += c;
     }
     QRegularExpression expression(translated, QRegularExpression::UseUnicodePropertiesOption);
-    Q_ASSERT_X(expression.isValid(), "DiagnosticPrivacy", qPrintable(expression.errorString()));
+    if (!expression.isValid())
+        qWarning("redaction expression rejected: %s", qPrintable(expression.errorString()));
     return expression;
 }
 
@@ -98,11 +99,17 @@ struct Expressions {
         {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s), u"[UUID]"_s, u'-'},
     }};
 
+    // An expression the regular-expression library refuses (an older PCRE2 without some
+    // Unicode property) must not let text through unredacted: every line is withheld instead.
+    bool usable = sensitiveKey.isValid();
+
     Expressions()
     {
         sensitiveKey.optimize();
-        for (Replacement &replacement : replacements)
+        for (Replacement &replacement : replacements) {
+            usable = usable && replacement.expression.isValid();
             replacement.expression.optimize();
+        }
     }
 };
 
@@ -144,7 +151,7 @@ bool mentionsSensitiveKey(const QString &line)
 
 void redactLine(QString &line, const QString &home)
 {
-    if (mentionsSensitiveKey(line)) {
+    if (!expressions().usable || mentionsSensitiveKey(line)) {
         line = DiagnosticPrivacy::redactedLine;
         return;
     }
