@@ -84,11 +84,9 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QByteArray>("output");
-        QTest::newRow("whole small file") << QStringList{u"tail"_s, u"LOG"_s} << 0 << QByteArray("first\nsecond\n");
         QTest::newRow("bounded") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"8"_s} << 0 << QByteArray("second\n");
         QTest::newRow("missing file") << QStringList{u"tail"_s, u"NOFILE"_s} << 1 << QByteArray("[unavailable]\n");
         QTest::newRow("bound that is no number") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"many"_s} << 2 << QByteArray();
-        QTest::newRow("no file given") << QStringList{u"tail"_s} << 2 << QByteArray();
     }
 
     void tail()
