@@ -34,3 +34,7 @@ int serversCommand(CliContext &context, const QStringList &arguments);
 int favoriteCommand(CliContext &context, const QStringList &arguments);
 int compatCommand(CliContext &context, const QStringList &arguments);
 int reportSendCommand(CliContext &context, const QStringList &arguments);
+int redactCommand(CliContext &context, const QStringList &arguments);
+int tailCommand(CliContext &context, const QStringList &arguments);
+int diagnosticsCommand(CliContext &context, const QStringList &arguments);
+int sessionsCommand(CliContext &context, const QStringList &arguments);

@@ -25,6 +25,10 @@ const CommandEntry commands[] = {
     {"favorite"_L1, favoriteCommand, "favorite ID"_L1},
     {"compat"_L1, compatCommand, "compat [--game ets2|ats] --exe PATH [--json]   (--exe required for now)"_L1},
     {"report-send"_L1, reportSendCommand, "report-send --id UUID FILE"_L1},
+    {"redact"_L1, redactCommand, "redact [--home PATH] < INPUT"_L1},
+    {"tail"_L1, tailCommand, "tail FILE [--max BYTES]"_L1},
+    {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
+    {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
 };
 
 void printUsage(QTextStream &stream)

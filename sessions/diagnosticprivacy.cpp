@@ -74,7 +74,8 @@ QRegularExpression icuExpression(const QString &pattern)
         translated += c;
     }
     QRegularExpression expression(translated, QRegularExpression::UseUnicodePropertiesOption);
-    Q_ASSERT_X(expression.isValid(), "DiagnosticPrivacy", qPrintable(expression.errorString()));
+    if (!expression.isValid())
+        qWarning("redaction expression rejected: %s", qPrintable(expression.errorString()));
     return expression;
 }
 
@@ -98,11 +99,17 @@ struct Expressions {
         {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s), u"[UUID]"_s, u'-'},
     }};
 
+    // An expression the regular-expression library refuses (an older PCRE2 without some
+    // Unicode property) must not let text through unredacted: every line is withheld instead.
+    bool usable = sensitiveKey.isValid();
+
     Expressions()
     {
         sensitiveKey.optimize();
-        for (Replacement &replacement : replacements)
+        for (Replacement &replacement : replacements) {
+            usable = usable && replacement.expression.isValid();
             replacement.expression.optimize();
+        }
     }
 };
 
@@ -136,14 +143,15 @@ bool mentionsSensitiveKey(const QString &line)
     const QRegularExpression &key = expressions().sensitiveKey;
     if (key.match(line).hasMatch())
         return true;
-    // ICU matches literal strings under full case folding ("PAẞWORD" names a password);
-    // upper- then lower-casing applies Unicode's multi-character mappings that PCRE2 skips.
-    return !isAscii(line) && key.match(line.toUpper().toLower()).hasMatch();
+    // ICU matches literal strings under full case folding ("PAẞWORD" names a password). The
+    // round through upper case applies Unicode's multi-character mappings (ß to SS) that
+    // PCRE2's per-character folding skips; lowering first brings ẞ to ß.
+    return !isAscii(line) && key.match(line.toLower().toUpper().toLower()).hasMatch();
 }
 
 void redactLine(QString &line, const QString &home)
 {
-    if (mentionsSensitiveKey(line)) {
+    if (!expressions().usable || mentionsSensitiveKey(line)) {
         line = DiagnosticPrivacy::redactedLine;
         return;
     }

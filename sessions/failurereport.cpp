@@ -9,7 +9,6 @@
 #include "sessions/diagnosticprivacy.h"
 #include "sessions/recordcoding.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 
 using namespace Qt::StringLiterals;
@@ -67,11 +66,10 @@ std::optional<QByteArray> FailureReport::toJson() const
 
 std::optional<FailureReport> FailureReport::fromJson(const QByteArray &json)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const auto parsed = RecordCoding::parseObject(json);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
     const auto id = RecordCoding::uuidFromText(object.value(u"id"_s).toString());
     const QJsonValue date = object.value(u"date"_s);
     const auto when = date.isDouble() ? RecordCoding::dateFromReferenceSeconds(date.toDouble()) : std::nullopt;

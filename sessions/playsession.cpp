@@ -61,11 +61,8 @@ std::optional<QByteArray> PlaySession::toJson() const
 
 std::optional<PlaySession> PlaySession::fromJson(const QByteArray &json)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
-        return std::nullopt;
-    return fromJsonObject(document.object());
+    const auto object = RecordCoding::parseObject(json);
+    return object ? fromJsonObject(*object) : std::nullopt;
 }
 
 std::optional<PlaySession> PlaySession::fromJsonObject(const QJsonObject &object)

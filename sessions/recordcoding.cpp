@@ -66,6 +66,15 @@ std::optional<qint64> RecordCoding::integer(const QJsonValue &value)
     return first;
 }
 
+std::optional<QJsonObject> RecordCoding::parseObject(const QByteArray &json)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject())
+        return std::nullopt;
+    return document.object();
+}
+
 QByteArray RecordCoding::orderedObject(std::initializer_list<std::pair<QString, QJsonValue>> members)
 {
     QByteArray out = "{";

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
 #include <QUuid>
@@ -29,6 +30,9 @@ std::optional<QUuid> uuidFromText(const QString &text);
 
 // A signed 64-bit integer held by a JSON number without fraction; nothing otherwise.
 std::optional<qint64> integer(const QJsonValue &value);
+
+// The object a JSON document holds; nothing for a damaged document or one holding anything else.
+std::optional<QJsonObject> parseObject(const QByteArray &json);
 
 // A compact JSON object whose keys appear in the given order. Absent members (an undefined
 // QJsonValue) are left out.

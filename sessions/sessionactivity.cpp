@@ -212,32 +212,20 @@ void SessionActivity::pushHistory(const PlaySession &session)
 
 void SessionActivity::setCurrent(std::optional<PlaySession> session)
 {
-    if (m_current == session)
-        return;
-    m_current = std::move(session);
-    Q_EMIT currentChanged();
+    assign(m_current, std::move(session), &SessionActivity::currentChanged);
 }
 
 void SessionActivity::setLatest(std::optional<PlaySession> session)
 {
-    if (m_latest == session)
-        return;
-    m_latest = std::move(session);
-    Q_EMIT latestChanged();
+    assign(m_latest, std::move(session), &SessionActivity::latestChanged);
 }
 
 void SessionActivity::setHistory(QList<PlaySession> history)
 {
-    if (m_history == history)
-        return;
-    m_history = std::move(history);
-    Q_EMIT historyChanged();
+    assign(m_history, std::move(history), &SessionActivity::historyChanged);
 }
 
 void SessionActivity::setFailure(std::optional<FailureReport> report)
 {
-    if (m_failure == report)
-        return;
-    m_failure = std::move(report);
-    Q_EMIT failureChanged();
+    assign(m_failure, std::move(report), &SessionActivity::failureChanged);
 }

@@ -105,6 +105,15 @@ private:
     void setHistory(QList<PlaySession> history);
     void setFailure(std::optional<FailureReport> report);
     void pushHistory(const PlaySession &session);
+    // Views are told only about real changes.
+    template <typename T>
+    void assign(T &field, T value, void (SessionActivity::*changed)())
+    {
+        if (field == value)
+            return;
+        field = std::move(value);
+        Q_EMIT(this->*changed)();
+    }
 
     UserDefaults &m_defaults;
     const Clock &m_clock;
