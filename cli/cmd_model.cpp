@@ -54,17 +54,32 @@ private:
     QTextStream &m_out;
 };
 
+// A store that lives as long as the command: the model's play sessions go here, so that
+// korvanectl never touches the sessions of a launcher that runs at the same time.
+class ScratchDefaults final : public UserDefaults {
+public:
+    QVariant object(const QString &key) const override { return m_values.value(key); }
+    void setObject(const QString &key, const QVariant &value) override { m_values.insert(key, normalized(value)); }
+    void remove(const QString &key) override { m_values.remove(key); }
+    QStringList keys() const override { return m_values.keys(); }
+
+private:
+    QVariantMap m_values;
+};
+
 // The launcher model over the user's store and this machine's CrossOver, as the window builds it.
 struct ModelSession {
     SystemClock clock;
     CommandLinePanels panels;
+    ScratchDefaults sessions;
     std::unique_ptr<LauncherModel> model;
 
     explicit ModelSession(CliContext &context)
     {
         model = std::make_unique<LauncherModel>(LauncherContext{*context.defaults, clock, context.paths,
                                                                 CrossOverLocation::system(context.paths.home),
-                                                                ServiceConfiguration::standard(), &panels, nullptr});
+                                                                ServiceConfiguration::standard(), &panels, nullptr,
+                                                                &sessions});
     }
 };
 

@@ -21,4 +21,7 @@ struct LauncherContext {
     FilePanels *panels = nullptr;
     // Hiding, showing, pasteboard and file browser; absent in korvanectl.
     Desktop *desktop = nullptr;
+    // Where the play sessions are kept, when not in `defaults`. korvanectl keeps them apart: its
+    // model must not close, as interrupted, a session that the running launcher has open.
+    UserDefaults *activityDefaults = nullptr;
 };

@@ -62,7 +62,7 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     , m_logText(L("Az indító készen áll.\n"))
     , m_windowPreferences(new WindowPreferences(context.defaults, this))
     , m_profiles(context.defaults)
-    , m_activity(new SessionActivity(context.defaults, context.clock,
+    , m_activity(new SessionActivity(context.activityDefaults ? *context.activityDefaults : context.defaults, context.clock,
                                      {context.paths.home, BundleInfo::main(), SystemInfo::operatingSystemVersion()}, this))
     , m_compatibilityService(new CompatibilityService(context.service, this))
 {

@@ -1,3 +1,6 @@
+#include "platform/clock_fake.h"
+#include "platform/userdefaults.h"
+#include "sessions/sessionactivity.h"
 #include "support/bottletree.h"
 
 #include <QJsonArray>
@@ -101,6 +104,21 @@ private Q_SLOTS:
         QCOMPARE(table.exitCode, 0);
         QCOMPARE(table.out.count(u"[--]"_s), 5);
         QVERIFY(table.out.contains(statusText));
+    }
+
+    void leavesTheRunningLauncherSessionAlone()
+    {
+        Machine machine;
+        QDir().mkpath(QFileInfo(machine.config()).absolutePath());
+        JsonUserDefaults store(machine.config());
+        FakeClock clock;
+        SessionActivity launcher(store, clock, {machine.home(), {}, {}});
+        launcher.begin(GameKind::ets2);
+        const QVariant open = store.object(SessionActivity::activeKey);
+        QVERIFY(open.isValid());
+
+        QCOMPARE(machine.run({u"status"_s}).exitCode, 0);
+        QCOMPARE(JsonUserDefaults(machine.config()).object(SessionActivity::activeKey), open);
     }
 
     void selectPerformsTheModelOperations()
