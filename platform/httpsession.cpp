@@ -52,7 +52,7 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
 HttpTask::HttpTask(QNetworkReply *reply, const HttpRequest &request, const HttpSessionOptions &options,
                    QObject *parent)
     : QObject(parent), m_reply(reply), m_redirects(options.redirects),
-      m_maximumBodySize(request.maximumBodySize)
+      m_maximumBodySize(request.maximumBodySize), m_url(request.url)
 {
     m_resourceTimer.setSingleShot(true);
     connect(&m_resourceTimer, &QTimer::timeout, this, [this] { failWith(UrlError(UrlError::timedOut)); });
@@ -93,13 +93,14 @@ void HttpTask::onRedirected(const QUrl &target)
     if (m_done || !m_reply)
         return;
     if (m_redirects && m_redirects->allowsRedirect(target)) {
+        m_url = target;
         m_body.clear();
         Q_EMIT m_reply->redirectAllowed();
         return;
     }
     HttpResult declined;
     declined.status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    declined.finalUrl = m_reply->request().url();
+    declined.finalUrl = m_url;
     QNetworkReply *reply = m_reply;
     reply->disconnect(this);
     reply->abort();
@@ -120,7 +121,7 @@ void HttpTask::onFinished()
     HttpResult result;
     if (reply->error() == QNetworkReply::NoError || (isHttpStatusError(reply->error()) && status.isValid())) {
         result.status = status.toInt();
-        result.finalUrl = reply->url();
+        result.finalUrl = m_url;
         result.body = std::move(m_body);
         if (result.status <= 0)
             result.error = UrlError(UrlError::badServerResponse);

@@ -87,6 +87,8 @@ private:
     QPointer<QNetworkReply> m_reply;
     std::shared_ptr<const RedirectPolicy> m_redirects;
     qint64 m_maximumBodySize;
+    // The URL that is answering: the request's, then each redirect target we followed.
+    QUrl m_url;
     QByteArray m_body;
     QTimer m_resourceTimer;
     bool m_done = false;

@@ -12,20 +12,26 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-// JSON numbers arrive as doubles; an integer member must hold a whole number that fits.
+// An integer member must hold a whole number that fits in 64 bits. The parser keeps such
+// numbers as integers, so toInteger reads even those beyond a double's 53 bits exactly.
 std::optional<qint64> integralValue(const QJsonValue &value)
 {
     if (!value.isDouble())
         return std::nullopt;
     const double number = value.toDouble();
-    if (!std::isfinite(number) || std::trunc(number) != number || number < -9.2e18 || number > 9.2e18)
+    if (!std::isfinite(number) || std::trunc(number) != number)
         return std::nullopt;
-    return qint64(number);
+    constexpr qint64 outOfRange = std::numeric_limits<qint64>::min();
+    const qint64 integer = value.toInteger(outOfRange);
+    if (integer == outOfRange && number != double(outOfRange))
+        return std::nullopt;
+    return integer;
 }
 
 [[noreturn]] void missingOrMistyped(QLatin1StringView key)

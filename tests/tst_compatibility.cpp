@@ -196,18 +196,10 @@ private Q_SLOTS:
         QFETCH(CompatibilityResult, expected);
 
         TestHome home;
-        LocalHttpsServer service;
-        LocalHttpsServer plainService(LocalHttpsServer::Transport::plain);
-        QVERIFY(service.isListening() && plainService.isListening());
-        if (!redirectTo.isEmpty())
-            response = ScriptedResponse::redirect(
-                307, QUrl(QString(redirectTo)
-                              .replace(u"{port}"_s, QString::number(service.port()))
-                              .replace(u"{plainport}"_s, QString::number(plainService.port()))));
-        service.respond(u"/v2/version"_s, response);
-        // Where the redirects point: a good answer, so following a refused redirect would show.
-        service.respond(u"/v2/moved"_s, ScriptedResponse::json(versions(u"1.53.3.14s"_s, u"1.49.2.0s"_s)));
-        plainService.respond(u"/v2/moved"_s, ScriptedResponse::json(versions(u"1.53.3.14s"_s, u"1.49.2.0s"_s)));
+        RedirectTargets targets(ScriptedResponse::json(versions(u"1.53.3.14s"_s, u"1.49.2.0s"_s)));
+        LocalHttpsServer &service = targets.service;
+        QVERIFY(service.isListening() && targets.plain.isListening());
+        service.respond(u"/v2/version"_s, targets.redirectOr(response, redirectTo));
         const QString executable = home.paths.home + u"/eurotrucks2.exe"_s;
         if (!installed.isEmpty())
             QVERIFY(writeFakeGameExecutable(executable, installed));
@@ -217,10 +209,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(result.isFinished(), 20'000);
         QCOMPARE(result.result(), expected);
         QCOMPARE(service.requestCount(u"/v2/version"_s), 1);
-        if (!redirectTo.isEmpty() && !expected.supported) {
-            QCOMPARE(service.requestCount(u"/v2/moved"_s), 0);
-            QCOMPARE(plainService.requestCount(u"/v2/moved"_s), 0);
-        }
+        if (!redirectTo.isEmpty() && !expected.supported)
+            QCOMPARE(targets.movedRequests(), 0);
     }
 
     void aServiceThatGoesAwayCancelsItsCheck()

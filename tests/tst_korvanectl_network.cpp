@@ -99,7 +99,7 @@ private Q_SLOTS:
         storeInHome(home, ServerListModel::favoritesKey, QVariantList{7});
 
         const Run run = korvanectl(home, service, arguments);
-        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(run.exitCode == 0, run.err.constData());
         QCOMPARE(QJsonDocument::fromJson(run.out), QJsonDocument::fromJson(expected));
     }
 
@@ -119,7 +119,7 @@ private Q_SLOTS:
         const Run run = korvanectl(home, service, {u"servers"_s});
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.out.isEmpty());
-        QCOMPARE(run.err.count('\n'), 1);
+        QVERIFY2(run.err.count('\n') == 1, run.err.constData());
         QVERIFY(run.err.startsWith("korvanectl: "));
     }
 
@@ -144,7 +144,7 @@ private Q_SLOTS:
         QVERIFY(writeFakeGameExecutable(executable, {1, 52, 0, 1}));
 
         const Run run = korvanectl(home, service, {u"compat"_s, u"--game"_s, u"ats"_s, u"--exe"_s, executable, u"--json"_s});
-        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(run.exitCode == 0, run.err.constData());
         QCOMPARE(QJsonDocument::fromJson(run.out).object(),
                  (QJsonObject{{u"state"_s, u"mismatch"_s}, {u"installed"_s, u"1.52.0.1"_s}, {u"supported"_s, u"1.53"_s}}));
         QCOMPARE(korvanectl(home, service, {u"compat"_s}).exitCode, 2); // no executable given

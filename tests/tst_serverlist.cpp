@@ -114,6 +114,11 @@ private Q_SLOTS:
         QTest::newRow("extra members are ignored")
             << withServer({{u"ip"_s, u"10.0.0.1"_s}, {u"event"_s, false}}) << u"ok"_s << QList<qint64>{1};
         QTest::newRow("empty list") << answer({}) << u"ok"_s << QList<qint64>{};
+        QTest::newRow("ids beyond a double's precision stay exact")
+            << answer({server(9'007'199'254'740'993), server(9'007'199'254'740'992)}) << u"ok"_s
+            << QList<qint64>{9'007'199'254'740'992, 9'007'199'254'740'993};
+        QTest::newRow("an id beyond 64 bits") << QByteArray(R"({"response":[{"id":1e19,"game":"ETS2","name":"n",
+            "online":true,"players":0,"queue":0,"maxplayers":0}]})") << u"decoding"_s << QList<qint64>{};
 
         QTest::newRow("error member false") << answer({server(1)}, false) << u"ok"_s << QList<qint64>{1};
         QTest::newRow("error member absent") << answer({server(1)}, QJsonValue::Undefined) << u"ok"_s
@@ -273,18 +278,10 @@ private Q_SLOTS:
         QFETCH(bool, failed);
         TestHome home;
         FakeClock clock;
-        LocalHttpsServer service;
-        LocalHttpsServer plainService(LocalHttpsServer::Transport::plain);
-        QVERIFY(service.isListening() && plainService.isListening());
-        if (!redirectTo.isEmpty())
-            response = ScriptedResponse::redirect(
-                302, QUrl(QString(redirectTo)
-                              .replace(u"{port}"_s, QString::number(service.port()))
-                              .replace(u"{plainport}"_s, QString::number(plainService.port()))));
-        service.respond(u"/v2/servers"_s, response);
-        // Where the redirects point: a good list, so following a refused redirect would show.
-        service.respond(u"/v2/moved"_s, ScriptedResponse::json(answer({server(3), server(1)})));
-        plainService.respond(u"/v2/moved"_s, ScriptedResponse::json(answer({server(3), server(1)})));
+        RedirectTargets targets(ScriptedResponse::json(answer({server(3), server(1)})));
+        LocalHttpsServer &service = targets.service;
+        QVERIFY(service.isListening() && targets.plain.isListening());
+        service.respond(u"/v2/servers"_s, targets.redirectOr(response, redirectTo));
 
         ServerListModel model(*home.defaults, clock, service.configuration());
         QSignalSpy failedSpy(&model, &ServerListModel::failedChanged);
@@ -296,10 +293,8 @@ private Q_SLOTS:
         QCOMPARE(model.isStale(), failed);
         QCOMPARE(failedSpy.size(), failed ? 1 : 0);
         // A redirect the policy declines is never contacted.
-        if (failed) {
-            QCOMPARE(service.requestCount(u"/v2/moved"_s), 0);
-            QCOMPARE(plainService.requestCount(u"/v2/moved"_s), 0);
-        }
+        if (failed)
+            QCOMPARE(targets.movedRequests(), 0);
         QCOMPARE(service.requestCount(u"/v2/servers"_s), 1);
     }
 

@@ -263,3 +263,23 @@ void LocalHttpsServer::answer(QTcpSocket *socket, const ScriptedResponse &respon
     });
     timer->start(response.trickleIntervalMs);
 }
+
+RedirectTargets::RedirectTargets(const ScriptedResponse &moved)
+{
+    service.respond(u"/v2/moved"_s, moved);
+    plain.respond(u"/v2/moved"_s, moved);
+}
+
+ScriptedResponse RedirectTargets::redirectOr(const ScriptedResponse &otherwise, const QString &pattern) const
+{
+    if (pattern.isEmpty())
+        return otherwise;
+    return ScriptedResponse::redirect(302, QUrl(QString(pattern)
+                                                    .replace(u"{port}"_s, QString::number(service.port()))
+                                                    .replace(u"{plainport}"_s, QString::number(plain.port()))));
+}
+
+qsizetype RedirectTargets::movedRequests() const
+{
+    return service.requestCount(u"/v2/moved"_s) + plain.requestCount(u"/v2/moved"_s);
+}

@@ -90,3 +90,17 @@ private:
     QHash<QTcpSocket *, QByteArray> m_buffers;
     QList<RecordedRequest> m_requests;
 };
+
+// A service and a plain http server beside it, both answering "/v2/moved" with the same good
+// answer, so that following a redirect that should have been refused shows in the result.
+struct RedirectTargets {
+    explicit RedirectTargets(const ScriptedResponse &moved);
+
+    // A redirect to `pattern`, whose {port} is the service's port and {plainport} the plain
+    // server's; `otherwise` when there is no pattern.
+    ScriptedResponse redirectOr(const ScriptedResponse &otherwise, const QString &pattern) const;
+    qsizetype movedRequests() const;
+
+    LocalHttpsServer service;
+    LocalHttpsServer plain{LocalHttpsServer::Transport::plain};
+};
