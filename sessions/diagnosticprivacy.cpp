@@ -25,8 +25,9 @@ namespace {
 // - \b: ICU's word characters are [\p{Alphabetic}\p{M}\p{Nd}\p{Pc}\x{200C}\x{200D}] (PCRE2's
 //   \w counts "²" and "½" but no combining marks), and ICU ignores combining and format
 //   characters: no boundary falls before one, and the character before a boundary is the last
-//   one that is neither. Runs of up to four such characters are skipped, which covers every
-//   real text.
+//   one that is neither. PCRE2 looks behind only by fixed lengths, so runs of up to four such
+//   characters are skipped; a line with a longer run (no log writes one) is withheld whole
+//   rather than risk a boundary ICU would have seen.
 // - \s: ICU's white space is \p{White_Space}, which (unlike PCRE2's) includes U+0085. Lines
 //   are split at U+0085 first, so this only keeps the two definitions visibly identical.
 //
@@ -35,10 +36,12 @@ namespace {
 const QString wordClass = u"[\\p{Alphabetic}\\p{M}\\p{Nd}\\p{Pc}\\x{200C}\\x{200D}]"_s;
 const QString ignoredClass = u"[\\p{Grapheme_Extend}\\p{Cf}]"_s;
 
+constexpr int skippableIgnored = 4;
+
 QString previousIsWord()
 {
     QStringList alternatives;
-    for (int skipped = 0; skipped <= 4; ++skipped) {
+    for (int skipped = 0; skipped <= skippableIgnored; ++skipped) {
         QString behind = u"(?!"_s + ignoredClass + u')' + wordClass;
         if (skipped > 0)
             behind += ignoredClass + u'{' + QString::number(skipped) + u'}';
@@ -99,9 +102,10 @@ struct Expressions {
         {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s), u"[UUID]"_s, u'-'},
     }};
 
+    QRegularExpression longIgnoredRun = icuExpression(ignoredClass + u'{' + QString::number(skippableIgnored + 1) + u'}');
     // An expression the regular-expression library refuses (an older PCRE2 without some
     // Unicode property) must not let text through unredacted: every line is withheld instead.
-    bool usable = sensitiveKey.isValid();
+    bool usable = sensitiveKey.isValid() && longIgnoredRun.isValid();
 
     Expressions()
     {
@@ -138,20 +142,24 @@ bool isAscii(QStringView text)
     return true;
 }
 
-bool mentionsSensitiveKey(const QString &line)
+bool mustWithhold(const QString &line)
 {
     const QRegularExpression &key = expressions().sensitiveKey;
     if (key.match(line).hasMatch())
         return true;
+    if (isAscii(line))
+        return false;
+    if (expressions().longIgnoredRun.match(line).hasMatch())
+        return true;
     // ICU matches literal strings under full case folding ("PAẞWORD" names a password). The
     // round through upper case applies Unicode's multi-character mappings (ß to SS) that
     // PCRE2's per-character folding skips; lowering first brings ẞ to ß.
-    return !isAscii(line) && key.match(line.toLower().toUpper().toLower()).hasMatch();
+    return key.match(line.toLower().toUpper().toLower()).hasMatch();
 }
 
 void redactLine(QString &line, const QString &home)
 {
-    if (!expressions().usable || mentionsSensitiveKey(line)) {
+    if (!expressions().usable || mustWithhold(line)) {
         line = DiagnosticPrivacy::redactedLine;
         return;
     }
