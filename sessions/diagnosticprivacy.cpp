@@ -18,9 +18,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The expressions are written in ICU syntax, the dialect the launcher's other platform speaks,
-// and the two must redact the same way. PCRE2 (even with Unicode properties) disagrees with ICU
-// on two escapes that occur here, so they are translated before compiling:
+// The expressions are ICU's, written and tuned for ICU's meaning of each escape, and a report
+// must be redacted the same way whichever engine runs them. PCRE2 (even with Unicode
+// properties) disagrees with ICU on two escapes that occur here, so they are translated before
+// compiling (tst_redaction_icu compares the result with ICU itself):
 //
 // - \b: ICU's word characters are [\p{Alphabetic}\p{M}\p{Nd}\p{Pc}\x{200C}\x{200D}] (PCRE2's
 //   \w counts "²" and "½" but no combining marks), and ICU ignores combining and format
