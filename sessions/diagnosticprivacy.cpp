@@ -58,9 +58,23 @@ QString icuBoundary()
         + wordClass + u')' + previous + u"))"_s;
 }
 
-QRegularExpression icuExpression(const QString &pattern)
+// Where a boundary stands.
+enum class Boundaries {
+    // Anywhere: the general form.
+    general,
+    // Each \b has a digit or a hexadecimal letter on its inner side (a word character that is
+    // never ignored): the first opens the match, the others close it. ICU's rule then reduces to
+    // "no word character before" and "neither a word nor an ignored character after", which
+    // PCRE2 checks far faster than the general form.
+    wordEdges,
+};
+
+QRegularExpression icuExpression(const QString &pattern, Boundaries boundaries = Boundaries::general)
 {
-    const QString boundary = icuBoundary();
+    const QString general = icuBoundary();
+    const QString opening = u"(?!"_s + previousIsWord() + u')';
+    const QString closing = u"(?!"_s + wordClass + u")(?!"_s + ignoredClass + u')';
+    int boundariesSeen = 0;
     QString translated;
     translated.reserve(pattern.size() * 4);
     for (qsizetype i = 0; i < pattern.size(); ++i) {
@@ -68,7 +82,7 @@ QRegularExpression icuExpression(const QString &pattern)
         if (c == u'\\' && i + 1 < pattern.size()) {
             const QChar next = pattern.at(++i);
             if (next == u'b')
-                translated += boundary;
+                translated += boundaries == Boundaries::general ? general : boundariesSeen++ == 0 ? opening : closing;
             else if (next == u's')
                 translated += u"\\p{White_Space}"_s;
             else
@@ -96,11 +110,12 @@ struct Expressions {
     std::array<Replacement, 7> replacements{{
         {icuExpression(uR"re((?i)[A-Z0-9._%+\-]+@[A-Z0-9.\-]+\.[A-Z]{2,})re"_s), u"[EMAIL]"_s, u'@'},
         {icuExpression(uR"re(https?://[^\s\"<>]+)re"_s), u"[URL]"_s, u':'},
-        {icuExpression(uR"re(\b\d{15,20}\b)re"_s), u"[ID]"_s, QChar()},
-        {icuExpression(uR"re(\b(?:\d{1,3}\.){3}\d{1,3}(?::\d+)?\b)re"_s), u"[IP]"_s, u'.'},
+        {icuExpression(uR"re(\b\d{15,20}\b)re"_s, Boundaries::wordEdges), u"[ID]"_s, QChar()},
+        {icuExpression(uR"re(\b(?:\d{1,3}\.){3}\d{1,3}(?::\d+)?\b)re"_s, Boundaries::wordEdges), u"[IP]"_s, u'.'},
         {icuExpression(uR"re((?i)\b(?:[0-9a-f]{0,4}:){2,}[0-9a-f:]{0,4}\b)re"_s), u"[IP]"_s, u':'},
         {icuExpression(uR"re((?i)(?:[A-Z]:\\|/(?:Users|Volumes|Library|private|tmp|Applications)/)[^\r\n]*)re"_s), u"[PATH]"_s, QChar()},
-        {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s), u"[UUID]"_s, u'-'},
+        {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s, Boundaries::wordEdges),
+         u"[UUID]"_s, u'-'},
     }};
 
     QRegularExpression longIgnoredRun = icuExpression(ignoredClass + u'{' + QString::number(skippableIgnored + 1) + u'}');

@@ -62,6 +62,26 @@ private:
     URegularExpression *m_expression = nullptr;
 };
 
+QStringList splitLines(const QString &text)
+{
+    QStringList lines{QString()};
+    for (const QChar c : text) {
+        if (c == u'\n' || c == u'\r' || c == u'\u000B' || c == u'\u000C' || c == u'\u0085' || c == u'\u2028' || c == u'\u2029')
+            lines.append(QString());
+        else
+            lines.last() += c;
+    }
+    return lines;
+}
+
+// Lines ours withholds on purpose: five or more combining or format characters in a row, where
+// PCRE2 cannot look back far enough to place a boundary as ICU does.
+bool hasLongIgnoredRun(const QString &line)
+{
+    static const IcuExpression run(uR"re([\p{Grapheme_Extend}\p{Cf}]{5})re"_s);
+    return run.found(line);
+}
+
 // The redaction rules word for word, with ICU doing the matching.
 QString icuRedact(const QString &text, const QString &home)
 {
@@ -75,13 +95,7 @@ QString icuRedact(const QString &text, const QString &home)
     static const IcuExpression path(uR"re((?i)(?:[A-Z]:\\|/(?:Users|Volumes|Library|private|tmp|Applications)/)[^\r\n]*)re"_s);
     static const IcuExpression uuid(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s);
 
-    QStringList lines{QString()};
-    for (const QChar c : text) {
-        if (c == u'\n' || c == u'\r' || c == u'\u000B' || c == u'\u000C' || c == u'\u0085' || c == u'\u2028' || c == u'\u2029')
-            lines.append(QString());
-        else
-            lines.last() += c;
-    }
+    QStringList lines = splitLines(text);
     for (QString &line : lines) {
         if (key.found(line)) {
             line = u"[REDACTED: potentially identifying line]"_s;
@@ -140,10 +154,10 @@ private Q_SLOTS:
             u"\u0301"_s, u"\u200B"_s, u"\u200D"_s, u"\u00B2"_s, u"\u0667"_s, u"\u00DF"_s, u"\u212A"_s, u"\u017F"_s,
             u"\u00E9"_s, u"http://"_s, u"https://"_s, u"/Users/"_s, u"/tmp/"_s, u"C:\\"_s, u"steam"_s, u"id"_s,
             u"\u00A0"_s, u"\u2028"_s, u"\r\n"_s, u"\n"_s, u"\u0085"_s, u"192.168."_s, u"\U0001F69B"_s, u"\u0130"_s,
-            u"\u0131"_s, u"abc"_s, u"anna"_s, u".com"_s, u"\u203F"_s, u"\u0600"_s,
+            u"\u0131"_s, u"abc"_s, u"anna"_s, u"\u0301\u0301\u0301"_s, u".com"_s, u"\u203F"_s, u"\u0600"_s,
         };
         QRandomGenerator random(20260301);
-        for (int block = 0; block < 8; ++block) {
+        for (int block = 0; block < 12; ++block) {
             QString text;
             for (int line = 0; line < 400; ++line) {
                 const int count = 3 + random.bounded(25);
@@ -164,10 +178,14 @@ private Q_SLOTS:
         const QString home = u"/Users/anna"_s;
         const QStringList ours = DiagnosticPrivacy::redact(text, home).split(u'\n');
         const QStringList icu = icuRedact(text, home).split(u'\n');
+        const QStringList input = splitLines(text);
         QCOMPARE(ours.size(), icu.size());
-        for (qsizetype i = 0; i < ours.size(); ++i)
-            QVERIFY2(ours.at(i) == icu.at(i),
-                     qPrintable(u"line "_s + QString::number(i) + u"\n  ours: "_s + visible(ours.at(i)) + u"\n  ICU:  "_s + visible(icu.at(i))));
+        QCOMPARE(ours.size(), input.size());
+        for (qsizetype i = 0; i < ours.size(); ++i) {
+            const QString expected = hasLongIgnoredRun(input.at(i)) ? u"[REDACTED: potentially identifying line]"_s : icu.at(i);
+            QVERIFY2(ours.at(i) == expected,
+                     qPrintable(u"line "_s + QString::number(i) + u"\n  ours: "_s + visible(ours.at(i)) + u"\n  ICU:  "_s + visible(expected)));
+        }
 #endif
     }
 };
