@@ -18,15 +18,17 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The expressions are written in ICU syntax, the dialect the launcher's other platform speaks,
-// and the two must redact the same way. PCRE2 (even with Unicode properties) disagrees with ICU
-// on two escapes that occur here, so they are translated before compiling:
+// The expressions are ICU's, written and tuned for ICU's meaning of each escape, and a report
+// must be redacted the same way whichever engine runs them. PCRE2 (even with Unicode
+// properties) disagrees with ICU on two escapes that occur here, so they are translated before
+// compiling (tst_redaction_icu compares the result with ICU itself):
 //
 // - \b: ICU's word characters are [\p{Alphabetic}\p{M}\p{Nd}\p{Pc}\x{200C}\x{200D}] (PCRE2's
 //   \w counts "²" and "½" but no combining marks), and ICU ignores combining and format
 //   characters: no boundary falls before one, and the character before a boundary is the last
-//   one that is neither. Runs of up to four such characters are skipped, which covers every
-//   real text.
+//   one that is neither. PCRE2 looks behind only by fixed lengths, so runs of up to four such
+//   characters are skipped; a line with a longer run (no log writes one) is withheld whole
+//   rather than risk a boundary ICU would have seen.
 // - \s: ICU's white space is \p{White_Space}, which (unlike PCRE2's) includes U+0085. Lines
 //   are split at U+0085 first, so this only keeps the two definitions visibly identical.
 //
@@ -35,10 +37,12 @@ namespace {
 const QString wordClass = u"[\\p{Alphabetic}\\p{M}\\p{Nd}\\p{Pc}\\x{200C}\\x{200D}]"_s;
 const QString ignoredClass = u"[\\p{Grapheme_Extend}\\p{Cf}]"_s;
 
+constexpr int skippableIgnored = 4;
+
 QString previousIsWord()
 {
     QStringList alternatives;
-    for (int skipped = 0; skipped <= 4; ++skipped) {
+    for (int skipped = 0; skipped <= skippableIgnored; ++skipped) {
         QString behind = u"(?!"_s + ignoredClass + u')' + wordClass;
         if (skipped > 0)
             behind += ignoredClass + u'{' + QString::number(skipped) + u'}';
@@ -54,9 +58,23 @@ QString icuBoundary()
         + wordClass + u')' + previous + u"))"_s;
 }
 
-QRegularExpression icuExpression(const QString &pattern)
+// Where a boundary stands.
+enum class Boundaries {
+    // Anywhere: the general form.
+    general,
+    // Each \b has a digit or a hexadecimal letter on its inner side (a word character that is
+    // never ignored): the first opens the match, the others close it. ICU's rule then reduces to
+    // "no word character before" and "neither a word nor an ignored character after", which
+    // PCRE2 checks far faster than the general form.
+    wordEdges,
+};
+
+QRegularExpression icuExpression(const QString &pattern, Boundaries boundaries = Boundaries::general)
 {
-    const QString boundary = icuBoundary();
+    const QString general = icuBoundary();
+    const QString opening = u"(?!"_s + previousIsWord() + u')';
+    const QString closing = u"(?!"_s + wordClass + u")(?!"_s + ignoredClass + u')';
+    int boundariesSeen = 0;
     QString translated;
     translated.reserve(pattern.size() * 4);
     for (qsizetype i = 0; i < pattern.size(); ++i) {
@@ -64,7 +82,7 @@ QRegularExpression icuExpression(const QString &pattern)
         if (c == u'\\' && i + 1 < pattern.size()) {
             const QChar next = pattern.at(++i);
             if (next == u'b')
-                translated += boundary;
+                translated += boundaries == Boundaries::general ? general : boundariesSeen++ == 0 ? opening : closing;
             else if (next == u's')
                 translated += u"\\p{White_Space}"_s;
             else
@@ -92,16 +110,18 @@ struct Expressions {
     std::array<Replacement, 7> replacements{{
         {icuExpression(uR"re((?i)[A-Z0-9._%+\-]+@[A-Z0-9.\-]+\.[A-Z]{2,})re"_s), u"[EMAIL]"_s, u'@'},
         {icuExpression(uR"re(https?://[^\s\"<>]+)re"_s), u"[URL]"_s, u':'},
-        {icuExpression(uR"re(\b\d{15,20}\b)re"_s), u"[ID]"_s, QChar()},
-        {icuExpression(uR"re(\b(?:\d{1,3}\.){3}\d{1,3}(?::\d+)?\b)re"_s), u"[IP]"_s, u'.'},
+        {icuExpression(uR"re(\b\d{15,20}\b)re"_s, Boundaries::wordEdges), u"[ID]"_s, QChar()},
+        {icuExpression(uR"re(\b(?:\d{1,3}\.){3}\d{1,3}(?::\d+)?\b)re"_s, Boundaries::wordEdges), u"[IP]"_s, u'.'},
         {icuExpression(uR"re((?i)\b(?:[0-9a-f]{0,4}:){2,}[0-9a-f:]{0,4}\b)re"_s), u"[IP]"_s, u':'},
         {icuExpression(uR"re((?i)(?:[A-Z]:\\|/(?:Users|Volumes|Library|private|tmp|Applications)/)[^\r\n]*)re"_s), u"[PATH]"_s, QChar()},
-        {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s), u"[UUID]"_s, u'-'},
+        {icuExpression(uR"re((?i)\b[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\b)re"_s, Boundaries::wordEdges),
+         u"[UUID]"_s, u'-'},
     }};
 
+    QRegularExpression longIgnoredRun = icuExpression(ignoredClass + u'{' + QString::number(skippableIgnored + 1) + u'}');
     // An expression the regular-expression library refuses (an older PCRE2 without some
     // Unicode property) must not let text through unredacted: every line is withheld instead.
-    bool usable = sensitiveKey.isValid();
+    bool usable = sensitiveKey.isValid() && longIgnoredRun.isValid();
 
     Expressions()
     {
@@ -138,20 +158,24 @@ bool isAscii(QStringView text)
     return true;
 }
 
-bool mentionsSensitiveKey(const QString &line)
+bool mustWithhold(const QString &line)
 {
     const QRegularExpression &key = expressions().sensitiveKey;
     if (key.match(line).hasMatch())
         return true;
+    if (isAscii(line))
+        return false;
+    if (expressions().longIgnoredRun.match(line).hasMatch())
+        return true;
     // ICU matches literal strings under full case folding ("PAẞWORD" names a password). The
     // round through upper case applies Unicode's multi-character mappings (ß to SS) that
     // PCRE2's per-character folding skips; lowering first brings ẞ to ß.
-    return !isAscii(line) && key.match(line.toLower().toUpper().toLower()).hasMatch();
+    return key.match(line.toLower().toUpper().toLower()).hasMatch();
 }
 
 void redactLine(QString &line, const QString &home)
 {
-    if (!expressions().usable || mentionsSensitiveKey(line)) {
+    if (!expressions().usable || mustWithhold(line)) {
         line = DiagnosticPrivacy::redactedLine;
         return;
     }

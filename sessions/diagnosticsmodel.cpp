@@ -11,12 +11,27 @@
 #include <QDirIterator>
 #include <QFileInfo>
 #include <QFuture>
-#include <QPointer>
+#include <QFutureWatcher>
 #include <QtConcurrent>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+// Hands a background result to `done` on the context's thread, always through its event loop:
+// QFuture::then(context, ...) calls a continuation directly when the work finished before it was
+// attached, and a preparation could then end inside prepare() itself. The watcher is the
+// context's child, so nothing is delivered to a model that is gone.
+template <typename T, typename Done>
+void deliver(QObject *context, QFuture<T> future, Done done)
+{
+    auto *watcher = new QFutureWatcher<T>(context);
+    QObject::connect(watcher, &QFutureWatcherBase::finished, context, [watcher, done = std::move(done)] {
+        done(watcher->result());
+        watcher->deleteLater();
+    });
+    watcher->setFuture(std::move(future));
+}
+
 QString bundleText(const QVariantMap &bundleInfo, const QString &key)
 {
     const QVariant value = bundleInfo.value(key);
@@ -100,18 +115,17 @@ void DiagnosticsModel::prepare(const DiagnosticsInput &input)
     m_preparing = true;
     setBusy(true);
     setResult(std::nullopt);
-    QtConcurrent::run([input] { return compose(input); })
-        .then(this, [this, preparation](const QString &text) {
-            // A newer preparation started meanwhile: its preview is the one to show.
-            if (preparation != m_preparation)
-                return;
-            if (m_preview != text) {
-                m_preview = text;
-                Q_EMIT previewChanged();
-            }
-            m_preparing = false;
-            setBusy(m_saving);
-        });
+    deliver(this, QtConcurrent::run([input] { return compose(input); }), [this, preparation](const QString &text) {
+        // A newer preparation started meanwhile: its preview is the one to show.
+        if (preparation != m_preparation)
+            return;
+        if (m_preview != text) {
+            m_preview = text;
+            Q_EMIT previewChanged();
+        }
+        m_preparing = false;
+        setBusy(m_saving);
+    });
 }
 
 void DiagnosticsModel::exportArchive()
@@ -125,14 +139,15 @@ void DiagnosticsModel::exportArchive()
     const QString temporary = m_temporaryDirectory;
     m_saving = true;
     setBusy(true);
-    QtConcurrent::run([report, destination = *destination, temporary] {
+    const auto saving = QtConcurrent::run([report, destination = *destination, temporary] {
         try {
             DiagnosticArchive::save(report, destination, temporary);
             return true;
         } catch (const DiagnosticArchive::Error &) {
             return false;
         }
-    }).then(this, [this, destination = *destination](bool saved) {
+    });
+    deliver(this, saving, [this, destination = *destination](bool saved) {
         m_saving = false;
         setBusy(m_preparing);
         setResult(LocalizedMessage(saved ? "diagnostics.saved" : "diagnostics.failed"));

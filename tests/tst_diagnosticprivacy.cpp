@@ -85,6 +85,8 @@ private Q_SLOTS:
         QTest::newRow("combining mark after digits") << u"76561198012345678\u0301"_s << anna << u"76561198012345678\u0301"_s;
         QTest::newRow("zero-width space after digits") << u"76561198012345678\u200B"_s << anna << u"76561198012345678\u200B"_s;
         QTest::newRow("accented letter before digits") << u"e\u030176561198012345678"_s << anna << u"e\u030176561198012345678"_s;
+        QTest::newRow("five marks in a row: withheld") << u"x\u0301\u0301\u0301\u0301\u0301::1"_s << anna << redacted;
+        QTest::newRow("four marks in a row: redacted") << u"x\u0301\u0301\u0301\u0301::1"_s << anna << u"x\u0301\u0301\u0301\u0301[IP]"_s;
         QTest::newRow("stray mark after a blank") << u" \u030176561198012345678"_s << anna << u" \u0301[ID]"_s;
 
         // Network addresses.
