@@ -2,7 +2,8 @@
 
 // Shared main for the benchmark programs: each registers a baseline and a candidate; after
 // the run the candidate's time is printed as a ratio of the baseline's, measured in the same
-// run on the same data, so the figure does not depend on the machine.
+// run on the same data, so the figure does not depend on the machine. Benchmarks that call
+// SetBytesProcessed() also get both throughputs printed in MB/s.
 
 #include <benchmark/benchmark.h>
 
@@ -25,10 +26,15 @@ public:
     {
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs)
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
                 times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                // Counters reach the reporter finished: a rate is already per second.
+                if (const auto rate = run.counters.find("bytes_per_second"); rate != run.counters.end())
+                    bytesPerSecond[run.benchmark_name()] = rate->second.value;
+            }
     }
     std::map<std::string, double> times;
+    std::map<std::string, double> bytesPerSecond;
 };
 
 inline int runWithRatios(int argc, char **argv, const std::vector<Comparison> &comparisons)
@@ -51,6 +57,11 @@ inline int runWithRatios(int argc, char **argv, const std::vector<Comparison> &c
                     ratio <= comparison.target ? "ok" : "OVER TARGET");
         if (ratio > comparison.target)
             status = 1;
+        const auto candidateRate = reporter.bytesPerSecond.find(comparison.candidate);
+        const auto baselineRate = reporter.bytesPerSecond.find(comparison.baseline);
+        if (candidateRate != reporter.bytesPerSecond.end() && baselineRate != reporter.bytesPerSecond.end())
+            std::printf("throughput %s: %.1f MB/s, %s: %.1f MB/s\n", comparison.candidate.c_str(),
+                        candidateRate->second / 1e6, comparison.baseline.c_str(), baselineRate->second / 1e6);
     }
     return status;
 }

@@ -27,7 +27,14 @@ bool takeSwitch(QStringList &arguments, const QString &name);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
+int statusCommand(CliContext &context, const QStringList &arguments);
+int selectCommand(CliContext &context, const QStringList &arguments);
+int settingsCommand(CliContext &context, const QStringList &arguments);
 int serversCommand(CliContext &context, const QStringList &arguments);
 int favoriteCommand(CliContext &context, const QStringList &arguments);
 int compatCommand(CliContext &context, const QStringList &arguments);
 int reportSendCommand(CliContext &context, const QStringList &arguments);
+int redactCommand(CliContext &context, const QStringList &arguments);
+int tailCommand(CliContext &context, const QStringList &arguments);
+int diagnosticsCommand(CliContext &context, const QStringList &arguments);
+int sessionsCommand(CliContext &context, const QStringList &arguments);

@@ -18,10 +18,17 @@ struct CommandEntry {
 const CommandEntry commands[] = {
     {"game-version"_L1, gameVersionCommand, "game-version PATH"_L1},
     {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
+    {"status"_L1, statusCommand, "status [--json]"_L1},
+    {"select"_L1, selectCommand, "select --bottle PATH | --game ets2|ats | --game-dir PATH | --auto-game-dir"_L1},
+    {"settings"_L1, settingsCommand, "settings export FILE | settings import FILE [--yes]"_L1},
     {"servers"_L1, serversCommand, "servers [--game ets2|ats] [--json]"_L1},
     {"favorite"_L1, favoriteCommand, "favorite ID"_L1},
     {"compat"_L1, compatCommand, "compat [--game ets2|ats] --exe PATH [--json]   (--exe required for now)"_L1},
     {"report-send"_L1, reportSendCommand, "report-send --id UUID FILE"_L1},
+    {"redact"_L1, redactCommand, "redact [--home PATH] < INPUT"_L1},
+    {"tail"_L1, tailCommand, "tail FILE [--max BYTES]"_L1},
+    {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
+    {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
 };
 
 void printUsage(QTextStream &stream)

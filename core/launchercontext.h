@@ -1,0 +1,27 @@
+#pragma once
+
+#include "platform/crossover.h"
+#include "platform/paths.h"
+#include "platform/serviceconfiguration.h"
+
+class Clock;
+class Desktop;
+class FilePanels;
+class UserDefaults;
+
+// Everything the launcher model reaches outside itself, handed in at construction so that a
+// test builds the whole model over a temporary home.
+struct LauncherContext {
+    UserDefaults &defaults;
+    const Clock &clock;
+    Paths paths;
+    CrossOverLocation crossOver;
+    ServiceConfiguration service;
+    // The open panels of the choose operations; without them those operations do nothing.
+    FilePanels *panels = nullptr;
+    // Hiding, showing, pasteboard and file browser; absent in korvanectl.
+    Desktop *desktop = nullptr;
+    // Where the play sessions are kept, when not in `defaults`. korvanectl keeps them apart: its
+    // model must not close, as interrupted, a session that the running launcher has open.
+    UserDefaults *activityDefaults = nullptr;
+};

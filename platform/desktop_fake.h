@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/desktop.h"
+
+#include <QStringList>
+
+class FakeDesktop final : public Desktop {
+public:
+    int hides = 0;
+    int unhides = 0;
+    QStringList pasteboard;
+    QStringList openedFolders;
+
+    void hideApplication() override { ++hides; }
+    void unhideApplication() override { ++unhides; }
+    void copyToPasteboard(const QString &text) override { pasteboard.append(text); }
+    void openInFileBrowser(const QString &directory) override { openedFolders.append(directory); }
+};

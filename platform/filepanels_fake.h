@@ -1,0 +1,56 @@
+#pragma once
+
+#include "platform/filepanels.h"
+
+#include <QList>
+#include <QStringList>
+
+// Panels that answer from a queue the test fills, and remember what they were asked.
+class FakeFilePanels final : public FilePanels {
+public:
+    struct Request {
+        QString kind; // "directory", "open" or "save"
+        QString title;
+        QString message; // the message, or the proposed file name of a save panel
+    };
+
+    // The next answers, in order; an empty queue answers as a cancelled panel.
+    QList<std::optional<QString>> answers;
+    QList<Request> requests;
+
+    std::optional<QString> chooseDirectory(const QString &title, const QString &message) override
+    {
+        return answer({QStringLiteral("directory"), title, message});
+    }
+    std::optional<QString> chooseJsonFileToOpen(const QString &title) override
+    {
+        return answer({QStringLiteral("open"), title, {}});
+    }
+    std::optional<QString> chooseJsonFileToSave(const QString &title, const QString &proposedName) override
+    {
+        return answer({QStringLiteral("save"), title, proposedName});
+    }
+
+private:
+    std::optional<QString> answer(Request request)
+    {
+        requests.append(std::move(request));
+        return answers.isEmpty() ? std::nullopt : answers.takeFirst();
+    }
+};
+
+class FakeConfirmationDialog final : public ConfirmationDialog {
+public:
+    struct Question {
+        QString title, message, cancelButton, confirmButton;
+    };
+    bool answer = true;
+    QList<Question> questions;
+
+    bool confirm(const QString &title, const QString &message, const QString &cancelButton,
+                 const QString &confirmButton) override
+    {
+        questions.append({title, message, cancelButton, confirmButton});
+        return answer;
+    }
+};

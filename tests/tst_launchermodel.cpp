@@ -1,0 +1,413 @@
+#include "core/bottlediscovery.h"
+#include "core/launchermodel.h"
+#include "support/bottletree.h"
+#include "support/launcherrig.h"
+
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+
+
+class TestLauncherModel : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void crossOverLocationFollowsTheInstallRoot()
+    {
+        qputenv("CX_ROOT", "/srv/cx/");
+        const CrossOverLocation custom = CrossOverLocation::system(u"/home/u"_s);
+        QCOMPARE(custom.winePath, u"/srv/cx/bin/wine"_s);
+        QCOMPARE(custom.wineServerPath, u"/srv/cx/bin/wineserver"_s);
+        QCOMPARE(custom.bottlesDirectory, u"/home/u/.cxoffice"_s);
+        qunsetenv("CX_ROOT");
+        QCOMPARE(CrossOverLocation::system(u"/home/u"_s).winePath, u"/opt/cxoffice/bin/wine"_s);
+    }
+
+    void discoveryOrder_data()
+    {
+        QTest::addColumn<QStringList>("bottles"); // name, with "+" when it holds Steam
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<QString>("selected");
+        QTest::newRow("names ignore case") << QStringList{u"b"_s, u"A"_s} << QStringList{u"A"_s, u"b"_s} << u"A"_s;
+        QTest::newRow("Steam first, and selected") << QStringList{u"A"_s, u"Z+"_s} << QStringList{u"Z"_s, u"A"_s} << u"Z"_s;
+        QTest::newRow("Steam bottles sorted among themselves")
+            << QStringList{u"games+"_s, u"Apps+"_s, u"empty"_s} << QStringList{u"Apps"_s, u"games"_s, u"empty"_s}
+            << u"Apps"_s;
+        QTest::newRow("no bottles") << QStringList{} << QStringList{} << QString();
+    }
+    void discoveryOrder()
+    {
+        QFETCH(QStringList, bottles);
+        QFETCH(QStringList, expected);
+        QFETCH(QString, selected);
+        LauncherRig rig;
+        for (QString name : bottles) {
+            const bool steam = name.endsWith(u'+');
+            BottleTree::makeBottle(rig.bottles, steam ? name.chopped(1) : name, steam);
+        }
+        LauncherModel &model = rig.start();
+        QCOMPARE(rig.bottleNames(), expected);
+        QCOMPARE(Bottle{model.selectedBottlePath()}.name(), selected);
+        QCOMPARE(model.selectedBottlePath().isEmpty(), selected.isEmpty());
+        if (selected.isEmpty())
+            QCOMPARE(model.gameDirectory(), u"drive_c/Program Files (x86)/Steam/steamapps/common/Euro Truck Simulator 2"_s);
+    }
+
+    void equalNamesKeepTheirOrder()
+    {
+        const QList<Bottle> found{{u"/r/one/Game"_s}, {u"/r/two/game"_s}, {u"/r/three/GAME"_s}, {u"/r/x/alpha"_s}};
+        const auto sorted = BottleDiscovery::sorted(found, [](const Bottle &) { return false; });
+        QCOMPARE(sorted, (QList<Bottle>{{u"/r/x/alpha"_s}, {u"/r/one/Game"_s}, {u"/r/two/game"_s}, {u"/r/three/GAME"_s}}));
+    }
+
+    void walkFindsNestedAndSkipsHiddenAndPackages()
+    {
+        LauncherRig rig;
+        const QString plain = BottleTree::makeBottle(rig.bottles, u"Plain"_s);
+        const QString nested = BottleTree::makeBottle(rig.bottles, u"Outer/drive_c/users/inner"_s);
+        BottleTree::makeBottle(rig.bottles, u".Hidden"_s);
+        BottleTree::makeBottle(rig.bottles, u"Visible/.cache/Buried"_s);
+        BottleTree::makeBottle(rig.bottles, u"Tools.app/Contents/Bottle"_s);
+        BottleTree::touch(rig.bottles + u"/Loose/CXBOTTLE.CONF"_s); // the marker's case matters
+        QVERIFY(QFile::link(plain, rig.bottles + u"/Linked"_s));  // links are not followed
+
+        QList<Bottle> found = BottleDiscovery::find(rig.bottles + u'/');
+        std::sort(found.begin(), found.end(), [](const Bottle &a, const Bottle &b) { return a.path < b.path; });
+        QCOMPARE(found, (QList<Bottle>{{QDir::cleanPath(nested)}, {plain}}));
+        QVERIFY(BottleDiscovery::find(rig.home.root() + u"/absent"_s).isEmpty());
+    }
+
+    void storedSelectionWins()
+    {
+        LauncherRig rig;
+        BottleTree::makeBottle(rig.bottles, u"Steam"_s, true);
+        const QString plain = BottleTree::makeBottle(rig.bottles, u"Plain"_s);
+        rig.home.defaults->setString(u"selectedBottlePath"_s, plain);
+        QCOMPARE(rig.start().selectedBottlePath(), plain);
+
+        // A stored bottle that is gone is replaced by the first one with Steam (the profile,
+        // which would name the bottle again, is dropped for this).
+        rig.model.reset();
+        rig.home.defaults->remove(u"gameProfiles.v1"_s);
+        rig.home.defaults->setString(u"selectedBottlePath"_s, rig.bottles + u"/Gone"_s);
+        QCOMPARE(Bottle{rig.start().selectedBottlePath()}.name(), u"Steam"_s);
+    }
+
+    void choosingABottle_data()
+    {
+        QTest::addColumn<QString>("answer"); // relative to the bottles directory; "-" cancels
+        QTest::addColumn<QStringList>("expectedBottles");
+        QTest::addColumn<QString>("expectedSelection");
+        QTest::addColumn<bool>("errorLogged");
+        QTest::newRow("cancelled") << u"-"_s << QStringList{u"Main"_s} << u"Main"_s << false;
+        QTest::newRow("not a bottle") << u"elsewhere"_s << QStringList{u"Main"_s} << u"Main"_s << true;
+        QTest::newRow("outside the bottles folder is appended")
+            << u"../Manual"_s << QStringList{u"Main"_s, u"Manual"_s} << u"Manual"_s << false;
+        QTest::newRow("a listed bottle is not added twice") << u"Main"_s << QStringList{u"Main"_s} << u"Main"_s << false;
+    }
+    void choosingABottle()
+    {
+        QFETCH(QString, answer);
+        QFETCH(QStringList, expectedBottles);
+        QFETCH(QString, expectedSelection);
+        QFETCH(bool, errorLogged);
+        LauncherRig rig;
+        BottleTree::makeBottle(rig.bottles, u"Main"_s, true);
+        BottleTree::makeBottle(rig.home.paths.home, u"Manual"_s);
+        QDir().mkpath(rig.bottles + u"/elsewhere"_s);
+        LauncherModel &model = rig.start();
+        if (answer != u"-"_s)
+            rig.panels.answers.append(rig.bottles + u'/' + answer);
+        model.chooseBottle();
+
+        QCOMPARE(rig.panels.requests.size(), 1);
+        QCOMPARE(rig.panels.requests.first().title, u"Choose a CrossOver bottle"_s);
+        QCOMPARE(rig.bottleNames(), expectedBottles);
+        QCOMPARE(Bottle{model.selectedBottlePath()}.name(), expectedSelection);
+        QCOMPARE(model.logText().endsWith(u"ERROR: The selected folder is not a CrossOver bottle.\n"_s), errorLogged);
+        QCOMPARE(rig.home.defaults->string(u"selectedBottlePath"_s).value_or(QString()), model.selectedBottlePath());
+    }
+
+    void manualGameDirectorySurvivesBottleChanges()
+    {
+        LauncherRig rig;
+        const QString first = BottleTree::makeBottle(rig.bottles, u"First"_s, true);
+        const QString second = BottleTree::makeBottle(rig.bottles, u"Second"_s, true);
+        LauncherModel &model = rig.start();
+        QCOMPARE(model.gameDirectory(), BottleTree::steamLibrary(first) + u"/Euro Truck Simulator 2"_s);
+
+        const QString custom = BottleTree::installGameAt(rig.home.root() + u"/Games/ETS2"_s, GameKind::ets2);
+        rig.panels.answers.append(custom);
+        model.chooseGameDirectory();
+        QCOMPARE(rig.panels.requests.last().title, u"Choose the Euro Truck Simulator 2 folder"_s);
+        QCOMPARE(model.gameDirectory(), custom);
+        QCOMPARE(model.profiles().profile(GameKind::ets2)->directory, custom);
+
+        model.setSelectedBottlePath(second);
+        QCOMPARE(model.gameDirectory(), custom);
+
+        model.resetGameDirectory();
+        QCOMPARE(model.gameDirectory(), BottleTree::steamLibrary(second) + u"/Euro Truck Simulator 2"_s);
+        QCOMPARE(model.profiles().profile(GameKind::ets2)->directory, QString());
+        model.setSelectedBottlePath(first);
+        QCOMPARE(model.gameDirectory(), BottleTree::steamLibrary(first) + u"/Euro Truck Simulator 2"_s);
+    }
+
+    void sameBottleAgainWritesNothing()
+    {
+        LauncherRig rig;
+        const QString bottle = BottleTree::makeBottle(rig.bottles, u"Only"_s, true);
+        LauncherModel &model = rig.start();
+        rig.home.defaults->remove(u"selectedBottlePath"_s);
+        model.setGameDirectory(u"/elsewhere"_s); // would be re-derived if the observer ran
+        model.setSelectedBottlePath(bottle);
+        QVERIFY(!rig.home.defaults->contains(u"selectedBottlePath"_s));
+        QCOMPARE(model.gameDirectory(), u"/elsewhere"_s);
+    }
+
+    void construction_data()
+    {
+        QTest::addColumn<QVariantMap>("stored");
+        QTest::addColumn<int>("game");
+        QTest::addColumn<QVariant>("backendAfter"); // the stored "backend" after start
+        QTest::addColumn<QString>("desktopSizeAfter");
+        QTest::newRow("nothing stored") << QVariantMap{} << int(GameKind::ets2) << QVariant() << u"1920x1080"_s;
+        QTest::newRow("ATS stored") << QVariantMap{{u"game"_s, u"American Truck Simulator"_s}} << int(GameKind::ats)
+                                    << QVariant() << u"1920x1080"_s;
+        QTest::newRow("unknown game") << QVariantMap{{u"game"_s, u"Euro Truck Simulator 3"_s}} << int(GameKind::ets2)
+                                      << QVariant() << u"1920x1080"_s;
+        QTest::newRow("gl migrates to dx11") << QVariantMap{{u"backend"_s, u"gl"_s}} << int(GameKind::ets2)
+                                             << QVariant(u"dx11"_s) << u"1920x1080"_s;
+        QTest::newRow("unknown backend left alone") << QVariantMap{{u"backend"_s, u"vulkan"_s}} << int(GameKind::ets2)
+                                                    << QVariant(u"vulkan"_s) << u"1920x1080"_s;
+        QTest::newRow("stored desktop size") << QVariantMap{{u"desktopSize"_s, u"1600x900"_s}} << int(GameKind::ets2)
+                                             << QVariant() << u"1920x1080"_s; // the profile's size wins at load
+    }
+    void construction()
+    {
+        QFETCH(QVariantMap, stored);
+        QFETCH(int, game);
+        QFETCH(QVariant, backendAfter);
+        QFETCH(QString, desktopSizeAfter);
+        LauncherRig rig;
+        for (auto it = stored.cbegin(); it != stored.cend(); ++it)
+            rig.home.defaults->setObject(it.key(), it.value());
+        LauncherModel &model = rig.start();
+        QCOMPARE(int(model.game()), game);
+        QCOMPARE(model.backend(), RenderingBackend::dx11);
+        QCOMPARE(rig.home.defaults->object(u"backend"_s), backendAfter);
+        QCOMPARE(rig.home.defaults->string(u"desktopSize"_s), std::optional<QString>(desktopSizeAfter));
+        QVERIFY(model.profiles().profile(GameKind(GameKind::Value(game))).has_value());
+        QCOMPARE(model.statusMessage().key, u"A játék telepítése szükséges"_s);
+    }
+
+    void gameChangeSavesTheOldProfileBeforeLoadingTheNew()
+    {
+        LauncherRig rig;
+        const QString bottle = BottleTree::makeBottle(rig.bottles, u"Main"_s, true);
+        LauncherModel &model = rig.start();
+        model.setDesktopSize(u"1600x900"_s);
+        model.setSkipIntro(false);
+        // Window preferences change without a profile save; only the game change keeps them.
+        model.windowPreferences().setHideOnLaunch(true);
+        model.windowPreferences().setRestoreOnExit(false);
+
+        model.setGame(GameKind::ats);
+        QCOMPARE(*model.profiles().profile(GameKind::ets2),
+                 (GameProfile{bottle, QString(), false, u"1600x900"_s, true, false}));
+        // A new profile for ATS: the current bottle and window preferences, the defaults otherwise,
+        // stored at once.
+        QCOMPARE(*model.profiles().profile(GameKind::ats), (GameProfile{bottle, QString(), true, u"1920x1080"_s, true, false}));
+        QCOMPARE(model.desktopSize(), u"1920x1080"_s);
+        QCOMPARE(model.gameDirectory(), BottleTree::steamLibrary(bottle) + u"/American Truck Simulator"_s);
+        QCOMPARE(rig.home.defaults->string(u"game"_s), std::optional<QString>(u"American Truck Simulator"_s));
+
+        model.windowPreferences().setHideOnLaunch(false);
+        model.setGame(GameKind::ets2);
+        QCOMPARE(model.desktopSize(), u"1600x900"_s);
+        QCOMPARE(model.skipIntro(), false);
+        QCOMPARE(model.windowPreferences().hideOnLaunch(), true);
+        QCOMPARE(model.profiles().profile(GameKind::ats)->hide, false);
+    }
+
+    void aRememberedBottleIsListedEvenWhenNotFound()
+    {
+        LauncherRig rig;
+        BottleTree::makeBottle(rig.bottles, u"Found"_s, true);
+        const QString remembered = BottleTree::makeBottle(rig.home.root(), u"Remembered"_s);
+        GameProfiles(*rig.home.defaults).save(GameProfile{remembered, {}, true, u"1920x1080"_s, false, true}, GameKind::ets2);
+        LauncherModel &model = rig.start();
+        QCOMPARE(rig.bottleNames(), (QStringList{u"Found"_s, u"Remembered"_s}));
+        QCOMPARE(model.selectedBottlePath(), remembered);
+    }
+
+    void derivedPaths()
+    {
+        LauncherRig rig;
+        LauncherModel &model = rig.start();
+        model.setGame(GameKind::ats);
+        model.setGameDirectory(u"/x"_s);
+        QCOMPARE(model.gameExecutablePath(), u"/x/bin/win_x64/amtrucks.exe"_s);
+        QCOMPARE(model.multiplayerLogDirectory(), rig.home.paths.home + u"/Documents/ATSKVN/logs"_s);
+        QCOMPARE(model.gameLogPath(), rig.home.paths.home + u"/Documents/American Truck Simulator/game.log.txt"_s);
+        QCOMPARE(model.cliPath(), rig.resources + u"/CLI/korvane-cli"_s);
+        QCOMPARE(model.modsDirectory(), rig.home.paths.applicationSupport + u"/Korvane Mac Launcher/Korvane"_s);
+    }
+
+    void stoppingBringsBackAHiddenLauncher_data()
+    {
+        QTest::addColumn<bool>("from");
+        QTest::addColumn<bool>("to");
+        QTest::addColumn<bool>("hidden");
+        QTest::addColumn<bool>("restore");
+        QTest::addColumn<int>("unhides");
+        QTest::newRow("stopped, hidden, restore on") << true << false << true << true << 1;
+        QTest::newRow("stopped, hidden, restore off") << true << false << true << false << 0;
+        QTest::newRow("stopped, not hidden") << true << false << false << true << 0;
+        QTest::newRow("false to false") << false << false << true << true << 0;
+        QTest::newRow("true to true") << true << true << true << true << 0;
+    }
+    void stoppingBringsBackAHiddenLauncher()
+    {
+        QFETCH(bool, from);
+        QFETCH(bool, to);
+        QFETCH(bool, hidden);
+        QFETCH(bool, restore);
+        QFETCH(int, unhides);
+        LauncherRig rig;
+        LauncherModel &model = rig.start();
+        model.setIsRunning(from);
+        model.windowPreferences().setRestoreOnExit(restore);
+        model.setHiddenForGame(hidden);
+        model.setIsRunning(to);
+        QCOMPARE(rig.desktop.unhides, unhides);
+        QCOMPARE(model.hiddenForGame(), hidden && unhides == 0 && !(from && !to));
+    }
+
+    void checklist_data()
+    {
+        QTest::addColumn<QString>("wine"); // absent, plain (not executable), executable
+        QTest::addColumn<bool>("bottle");
+        QTest::addColumn<bool>("steam");
+        QTest::addColumn<bool>("game");
+        QTest::addColumn<QString>("client"); // absent, launcher, injector, both
+        QTest::addColumn<QString>("oks");
+        QTest::addColumn<QString>("missing");
+        QTest::addColumn<QString>("status");
+        const QString install = u"A játék telepítése szükséges"_s, setup = u"Beállítás szükséges"_s;
+        QTest::newRow("nothing") << u"absent"_s << false << false << false << u"absent"_s << u"00000"_s << u"crossover"_s << install;
+        QTest::newRow("all present") << u"executable"_s << true << true << true << u"both"_s << u"11111"_s << u"unexpected"_s
+                                     << u"Indításra kész"_s;
+        QTest::newRow("wine not executable") << u"plain"_s << true << true << true << u"both"_s << u"01111"_s
+                                             << u"crossover"_s << setup;
+        QTest::newRow("client damaged") << u"executable"_s << true << true << true << u"launcher"_s << u"11110"_s
+                                        << u"cli"_s << setup;
+        QTest::newRow("client launcher missing") << u"executable"_s << true << true << true << u"injector"_s << u"11110"_s
+                                                 << u"cli"_s << setup;
+        QTest::newRow("no Steam, game present") << u"executable"_s << true << false << true << u"both"_s << u"11011"_s
+                                                << u"steam"_s << setup;
+        QTest::newRow("game missing") << u"executable"_s << true << true << false << u"both"_s << u"11101"_s << u"game"_s
+                                      << install;
+    }
+    void checklist()
+    {
+        QFETCH(QString, wine);
+        QFETCH(bool, bottle);
+        QFETCH(bool, steam);
+        QFETCH(bool, game);
+        QFETCH(QString, client);
+        QFETCH(QString, oks);
+        QFETCH(QString, missing);
+        QFETCH(QString, status);
+        LauncherRig rig;
+        if (wine != u"absent"_s)
+            BottleTree::installCrossOver(rig.cxRoot, wine == u"executable"_s);
+        if (bottle) {
+            const QString path = BottleTree::makeBottle(rig.bottles, u"Main"_s, steam);
+            if (game)
+                BottleTree::installGame(path, GameKind::ets2);
+        }
+        if (client != u"absent"_s)
+            BottleTree::installClient(rig.resources, client != u"injector"_s, client != u"launcher"_s);
+        LauncherModel &model = rig.start();
+
+        const QList<EnvironmentCheck> rows = model.checks();
+        QCOMPARE(rows.size(), 5);
+        QString actual;
+        for (const EnvironmentCheck &row : rows)
+            actual += row.ok ? u'1' : u'0';
+        QCOMPARE(actual, oks);
+        QCOMPARE(model.isReady(), oks == u"11111"_s);
+        QCOMPARE(model.missingRequirement().rawValue(), missing);
+        QCOMPARE(model.statusMessage().key, status);
+        QCOMPARE(rows.at(0).detail, wine == u"absent"_s ? u"CrossOver not found"_s : u"Available"_s);
+        QCOMPARE(rows.at(1).detail, bottle ? u"Main"_s : u"Not selected"_s);
+        QCOMPARE(rows.at(3).title, u"Euro Truck Simulator 2"_s);
+    }
+
+    void runningStatusWinsAndRefreshAlwaysNotifies()
+    {
+        LauncherRig rig;
+        LauncherModel &model = rig.start();
+        QSignalSpy spy(&model, &LauncherModel::statusChanged);
+        model.refreshStatus();
+        model.refreshStatus();
+        QCOMPARE(spy.size(), 2);
+        model.setIsRunning(true);
+        model.refreshStatus();
+        QCOMPARE(model.statusMessage().key, u"Korvane fut"_s);
+        QCOMPARE(model.statusText(), u"Korvane is running"_s);
+    }
+
+    void classify_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("issue"); // empty: none
+        QTest::newRow("unsupported version, any case") << u"ERROR: Unsupported Game Version 1.2"_s << u"version"_s;
+        QTest::newRow("version mismatch") << u"[korvane] Game version mismatch: 1.53 != 1.54\n"_s << u"version"_s;
+        QTest::newRow("no Steam user") << u"Unable to find logged in Steam user, retrying"_s << u"steamLogin"_s;
+        QTest::newRow("waiting for Steam") << u"Waiting for Steam to start up..."_s << u"steamLogin"_s;
+        QTest::newRow("waiting alone") << u"waiting"_s << QString();
+        QTest::newRow("connection error") << u"ConnectionError: reset"_s << u"network"_s;
+        QTest::newRow("connection error with a space") << u"Connection error"_s << QString();
+        QTest::newRow("download") << u"Failed to download mod files"_s << u"network"_s;
+        QTest::newRow("TLS") << u"requests.exceptions.SSLError: bad handshake"_s << u"network"_s;
+        QTest::newRow("HTTP") << u"HTTP Error 503: Service Unavailable"_s << u"network"_s;
+        QTest::newRow("permission") << u"OSError: [Errno 13] Permission denied: 'C:\\\\mods'"_s << u"storage"_s;
+        QTest::newRow("disk full") << u"No space left on device"_s << u"storage"_s;
+        QTest::newRow("version beats storage") << u"permission denied\ngame version mismatch"_s << u"version"_s;
+        QTest::newRow("ordinary output") << u"Starting game...\nInjecting"_s << QString();
+    }
+    void classify()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, issue);
+        const auto found = LaunchIssue::classify(text);
+        QCOMPARE(found ? found->rawValue() : QString(), issue);
+    }
+
+    void consoleClassificationOnlyWhileLoading()
+    {
+        LauncherRig rig;
+        LauncherModel &model = rig.start();
+        model.appendLog(u"HTTP Error 500\n"_s);
+        QCOMPARE(model.issue(), std::nullopt); // not running
+        model.setIsRunning(true);
+        model.appendLog(u"more output\n"_s);
+        QCOMPARE(model.issue()->rawValue(), u"network"_s);
+        model.appendLog(u"Permission denied\n"_s); // the tail still holds the HTTP error, which ranks first
+        QCOMPARE(model.issue()->rawValue(), u"network"_s);
+        model.activity().begin(GameKind::ets2);
+        model.appendLog(u"Starting game\n"_s); // the session follows the console
+        QCOMPARE(model.activity().current()->stage, LaunchStage::starting);
+        model.setGameStartupDetected(true);
+        model.appendLog(u"game version mismatch\n"_s);
+        QCOMPARE(model.issue()->rawValue(), u"network"_s);
+
+        model.appendLog(QString(LauncherModel::logLimit, u'x'));
+        QCOMPARE(model.logText().size(), LauncherModel::logKeptLength);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLauncherModel)
+#include "tst_launchermodel.moc"
