@@ -98,4 +98,3 @@ private:
     bool m_saving = false;
 };
 
-Q_DECLARE_METATYPE(std::optional<LocalizedMessage>)

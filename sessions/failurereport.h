@@ -65,4 +65,3 @@ struct FailureReport {
 };
 
 Q_DECLARE_METATYPE(FailureReport)
-Q_DECLARE_METATYPE(std::optional<FailureReport>)

@@ -47,4 +47,3 @@ struct PlaySession {
 };
 
 Q_DECLARE_METATYPE(PlaySession)
-Q_DECLARE_METATYPE(std::optional<PlaySession>)
