@@ -1,5 +1,6 @@
 #include "platform/clock_fake.h"
 #include "platform/userdefaults.h"
+#include "preferences/l10n.h"
 #include "sessions/sessionactivity.h"
 #include "support/bottletree.h"
 
@@ -13,6 +14,12 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+// What korvanectl prints for a key in English, from the tables it reads itself.
+QString english(const char *key)
+{
+    static const StringTables tables = StringTables::load(QStringLiteral(KVN_SOURCE_DIR "/resources"));
+    return L10n::text(QString::fromUtf8(key), AppLanguage::english, {}, &tables);
+}
 
 struct Result {
     int exitCode = -1;
@@ -159,7 +166,7 @@ private Q_SLOTS:
         Machine machine;
         const QString bottle = BottleTree::makeBottle(machine.bottles(), u"Main"_s, true);
         const QString file = machine.home() + u"/Korvane-Settings.json"_s;
-        QCOMPARE(machine.run({u"settings"_s, u"export"_s, file}).out, u"Settings saved.\n"_s);
+        QCOMPARE(machine.run({u"settings"_s, u"export"_s, file}).out, english("transfer.saved") + u'\n');
 
         // The bottle goes away and the game changes: the import names what is missing and, without
         // --yes, changes nothing.
@@ -172,13 +179,13 @@ private Q_SLOTS:
 
         result = machine.run({u"settings"_s, u"import"_s, file, u"--yes"_s});
         QCOMPARE(result.exitCode, 0);
-        QVERIFY(result.out.contains(u"Settings imported; some paths do not exist on this Mac."_s));
+        QVERIFY(result.out.contains(english("transfer.applied.missing")));
         QCOMPARE(machine.status().value(u"game"_s).toString(), u"Euro Truck Simulator 2"_s);
 
         BottleTree::touch(file, false, "{}");
         result = machine.run({u"settings"_s, u"import"_s, file, u"--yes"_s});
         QCOMPARE(result.exitCode, 1);
-        QVERIFY(result.err.startsWith(u"The settings could not be transferred.\n"_s));
+        QVERIFY(result.err.startsWith(english("transfer.failed") + u'\n'));
     }
 };
 

@@ -1,4 +1,6 @@
+#include "core/launchissue.h"
 #include "preferences/l10n.h"
+#include "sessions/launchstage.h"
 #include "preferences/languagesettings.h"
 #include "support/testhome.h"
 
@@ -199,9 +201,15 @@ private Q_SLOTS:
         for (const QString &code : {u"en"_s, u"de"_s, u"hu"_s})
             QVERIFY2(tables.hasLanguage(code), qPrintable(code + u" table is missing or damaged"_s));
 
+        // Keys put together at run time, from the closed sets they are made of; the scan below
+        // only sees whole literal keys.
         QStringList keys = interfaceKeys;
+        for (LaunchIssue issue : LaunchIssue::allCases())
+            keys << u"help."_s + issue.rawValue() + u".title"_s << u"help."_s + issue.rawValue() + u".detail"_s;
+        for (LaunchStage stage : LaunchStage::allCases())
+            keys << u"stage."_s + stage.rawValue();
         static const QRegularExpression call(
-            u"(?<![\\w:])(?:L|L10n::text|LocalizedMessage)\\s*[({]\\s*(?:u8?)?\"((?:[^\"\\\\]|\\\\.)*)\""_s);
+            u"(?<![\\w:])(?:L|L10n::text|LocalizedMessage)\\s*[({]\\s*(?:u8?)?\"((?:[^\"\\\\]|\\\\.)*)\"(?:_s|_L1)?\\s*[,)}]"_s);
         const QStringList folders{u"core"_s, u"crossover"_s, u"games"_s, u"sessions"_s, u"servers"_s,
                                   u"preferences"_s, u"updates"_s, u"platform"_s, u"KorvaneMacLauncher"_s, u"cli"_s};
         int scanned = 0;
@@ -233,6 +241,28 @@ private Q_SLOTS:
                 missing.append(u"hu (must be the key itself): "_s + shown);
         }
         QVERIFY2(missing.isEmpty(), qPrintable(u"untranslated keys:\n"_s + missing.join(u'\n')));
+    }
+
+    // Tables merge line by line, so two branches adding the same key leave two entries, and
+    // the later one silently wins. Each key must stand once.
+    void noKeyTwiceInATable()
+    {
+        static const QRegularExpression entry(u"^\"((?:[^\"\\\\]|\\\\.)*)\"\\s*="_s,
+                                              QRegularExpression::MultilineOption);
+        QStringList repeated;
+        for (const QString &code : {u"en"_s, u"de"_s, u"hu"_s}) {
+            QFile file(QStringLiteral(KVN_SOURCE_DIR "/resources/") + code + u".lproj/Localizable.strings"_s);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QSet<QString> seen;
+            for (auto it = entry.globalMatch(QString::fromUtf8(file.readAll())); it.hasNext();) {
+                const QString key = it.next().captured(1);
+                if (seen.contains(key))
+                    repeated.append(code + u": "_s + key);
+                seen.insert(key);
+            }
+            QVERIFY(seen.size() > 100);
+        }
+        QVERIFY2(repeated.isEmpty(), qPrintable(repeated.join(u'\n')));
     }
 
     // The tables must keep the placeholders of each key's meaning in every language.
