@@ -25,8 +25,11 @@ public:
     std::optional<QString> path;
 
     std::optional<QString> chooseDirectory(const QString &, const QString &) override { return path; }
-    std::optional<QString> chooseJsonFileToOpen(const QString &) override { return path; }
-    std::optional<QString> chooseJsonFileToSave(const QString &, const QString &) override { return path; }
+    std::optional<QString> chooseFileToOpen(const QString &, const QString &) override { return path; }
+    std::optional<QString> chooseSaveLocation(const QString &, const QString &, const QString &) override
+    {
+        return path;
+    }
 };
 
 // Without --yes korvanectl only shows what an import would do: the paths the document names

@@ -1,6 +1,6 @@
 #include "cli/context.h"
 
-#include "platform/filechooser.h"
+#include "platform/filepanels.h"
 #include "sessions/diagnosticprivacy.h"
 #include "sessions/diagnosticsmodel.h"
 #include "sessions/recordcoding.h"
@@ -22,11 +22,15 @@ namespace {
 constexpr qint64 maximumRedactInput = 64 * 1024 * 1024;
 
 // The destination given on the command line stands in for the save panel.
-class FixedDestination final : public FileChooser {
+class FixedDestination final : public FilePanels {
 public:
     explicit FixedDestination(QString path) : m_path(std::move(path)) {}
-    std::optional<QString> chooseSaveLocation(const QString &, const QString &) override { return m_path; }
-    void reveal(const QString &) override {}
+    std::optional<QString> chooseDirectory(const QString &, const QString &) override { return std::nullopt; }
+    std::optional<QString> chooseFileToOpen(const QString &, const QString &) override { return std::nullopt; }
+    std::optional<QString> chooseSaveLocation(const QString &, const QString &, const QString &) override
+    {
+        return m_path;
+    }
 
 private:
     QString m_path;
@@ -127,7 +131,7 @@ int diagnosticsCommand(CliContext &context, const QStringList &arguments)
     input.multiplayerLogDirectory = documents + (input.game == GameKind::ets2 ? u"ETS2KVN"_s : u"ATSKVN"_s) + u"/logs"_s;
 
     FixedDestination destination(output ? QFileInfo(*output).absoluteFilePath() : QString());
-    DiagnosticsModel model(destination, context.paths.temporary);
+    DiagnosticsModel model(destination, nullptr, context.paths.temporary);
     model.prepare(input);
     waitUntilIdle(model);
     if (print)

@@ -12,4 +12,6 @@ public:
     virtual void unhideApplication() = 0;
     virtual void copyToPasteboard(const QString &text) = 0;
     virtual void openInFileBrowser(const QString &directory) = 0;
+    // Shows a file selected in a file browser window.
+    virtual void revealInFileBrowser(const QString &path) = 0;
 };

@@ -10,9 +10,11 @@ public:
     int unhides = 0;
     QStringList pasteboard;
     QStringList openedFolders;
+    QStringList revealed;
 
     void hideApplication() override { ++hides; }
     void unhideApplication() override { ++unhides; }
     void copyToPasteboard(const QString &text) override { pasteboard.append(text); }
     void openInFileBrowser(const QString &directory) override { openedFolders.append(directory); }
+    void revealInFileBrowser(const QString &path) override { revealed.append(path); }
 };

@@ -14,10 +14,11 @@ public:
 
     // One existing directory, no files.
     virtual std::optional<QString> chooseDirectory(const QString &title, const QString &message) = 0;
-    // One JSON file to read.
-    virtual std::optional<QString> chooseJsonFileToOpen(const QString &title) = 0;
-    // Where to write a JSON file, proposing a file name.
-    virtual std::optional<QString> chooseJsonFileToSave(const QString &title, const QString &proposedName) = 0;
+    // One existing file of the type `extension` ("json") to read.
+    virtual std::optional<QString> chooseFileToOpen(const QString &title, const QString &extension) = 0;
+    // Where to write a file of the type `extension` ("json", "zip"), proposing a file name.
+    virtual std::optional<QString> chooseSaveLocation(const QString &title, const QString &proposedName,
+                                                      const QString &extension) = 0;
 };
 
 // A question with a cancel and a confirm button; true when the user confirms.

@@ -12,23 +12,35 @@ public:
         QString kind; // "directory", "open" or "save"
         QString title;
         QString message; // the message, or the proposed file name of a save panel
+        QString extension = {};
     };
 
     // The next answers, in order; an empty queue answers as a cancelled panel.
     QList<std::optional<QString>> answers;
     QList<Request> requests;
 
+    // The save panels shown, as "proposed name|extension".
+    QStringList saveRequests() const
+    {
+        QStringList shown;
+        for (const Request &request : requests)
+            if (request.kind == QStringLiteral("save"))
+                shown.append(request.message + u'|' + request.extension);
+        return shown;
+    }
+
     std::optional<QString> chooseDirectory(const QString &title, const QString &message) override
     {
         return answer({QStringLiteral("directory"), title, message});
     }
-    std::optional<QString> chooseJsonFileToOpen(const QString &title) override
+    std::optional<QString> chooseFileToOpen(const QString &title, const QString &extension) override
     {
-        return answer({QStringLiteral("open"), title, {}});
+        return answer({QStringLiteral("open"), title, {}, extension});
     }
-    std::optional<QString> chooseJsonFileToSave(const QString &title, const QString &proposedName) override
+    std::optional<QString> chooseSaveLocation(const QString &title, const QString &proposedName,
+                                              const QString &extension) override
     {
-        return answer({QStringLiteral("save"), title, proposedName});
+        return answer({QStringLiteral("save"), title, proposedName, extension});
     }
 
 private:

@@ -70,7 +70,7 @@ std::optional<LocalizedMessage> SettingsTransferFlow::exportSettings()
         return failed(QString::fromUtf8(error.what()));
     }
     const QByteArray data = document.encoded(true);
-    const auto destination = m_panels.chooseJsonFileToSave(L("transfer.export"), SettingsTransfer::defaultFileName);
+    const auto destination = m_panels.chooseSaveLocation(L("transfer.export"), SettingsTransfer::defaultFileName, u"json"_s);
     if (!destination)
         return std::nullopt;
     QString error;
@@ -84,7 +84,7 @@ std::optional<LocalizedMessage> SettingsTransferFlow::importSettings()
     m_lastError.clear();
     if (!isAvailable())
         return std::nullopt;
-    const auto source = m_panels.chooseJsonFileToOpen(L("transfer.import"));
+    const auto source = m_panels.chooseFileToOpen(L("transfer.import"), u"json"_s);
     if (!source)
         return std::nullopt;
     QFile file(*source);

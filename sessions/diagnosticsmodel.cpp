@@ -1,7 +1,8 @@
 #include "sessions/diagnosticsmodel.h"
 
 #include "platform/bundleinfo.h"
-#include "platform/filechooser.h"
+#include "platform/desktop.h"
+#include "platform/filepanels.h"
 #include "platform/paths.h"
 #include "platform/systeminfo.h"
 #include "sessions/diagnosticarchive.h"
@@ -49,9 +50,11 @@ DiagnosticsInput DiagnosticsInput::fromSystem()
     return input;
 }
 
-DiagnosticsModel::DiagnosticsModel(FileChooser &chooser, QString temporaryDirectory, QObject *parent)
+DiagnosticsModel::DiagnosticsModel(FilePanels &panels, Desktop *desktop, QString temporaryDirectory,
+                                   QObject *parent)
     : QObject(parent)
-    , m_chooser(chooser)
+    , m_panels(panels)
+    , m_desktop(desktop)
     , m_temporaryDirectory(temporaryDirectory.isEmpty() ? Paths::system().temporary : std::move(temporaryDirectory))
 {
 }
@@ -132,7 +135,7 @@ void DiagnosticsModel::exportArchive()
 {
     if (m_busy || m_preview.isEmpty())
         return;
-    const auto destination = m_chooser.chooseSaveLocation(exportFileName, u"zip"_s);
+    const auto destination = m_panels.chooseSaveLocation(L("diagnostics.save"), exportFileName, u"zip"_s);
     if (!destination)
         return;
     const QString report = m_preview;
@@ -151,8 +154,8 @@ void DiagnosticsModel::exportArchive()
         m_saving = false;
         setBusy(m_preparing);
         setResult(LocalizedMessage(saved ? "diagnostics.saved" : "diagnostics.failed"));
-        if (saved)
-            m_chooser.reveal(destination);
+        if (saved && m_desktop)
+            m_desktop->revealInFileBrowser(destination);
     });
 }
 

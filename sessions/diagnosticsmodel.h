@@ -10,7 +10,8 @@
 
 #include <optional>
 
-class FileChooser;
+class Desktop;
+class FilePanels;
 
 // Everything the diagnostics text is made of, copied out of the launcher model and the
 // platform on the main thread so that the composition can run elsewhere.
@@ -54,8 +55,10 @@ class DiagnosticsModel : public QObject {
     Q_PROPERTY(std::optional<LocalizedMessage> result READ result NOTIFY resultChanged)
 
 public:
-    // `temporaryDirectory` is where the archive is built (the platform's by default).
-    explicit DiagnosticsModel(FileChooser &chooser, QString temporaryDirectory = {}, QObject *parent = nullptr);
+    // `temporaryDirectory` is where the archive is built (the platform's by default). Without a
+    // desktop the saved archive is not shown in a file browser.
+    DiagnosticsModel(FilePanels &panels, Desktop *desktop, QString temporaryDirectory = {},
+                     QObject *parent = nullptr);
 
     QString preview() const { return m_preview; }
     bool busy() const { return m_busy; }
@@ -87,7 +90,8 @@ private:
     void setBusy(bool busy);
     void setResult(std::optional<LocalizedMessage> result);
 
-    FileChooser &m_chooser;
+    FilePanels &m_panels;
+    Desktop *m_desktop;
     QString m_temporaryDirectory;
     QString m_preview;
     bool m_busy = false;

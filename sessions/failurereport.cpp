@@ -1,7 +1,7 @@
 #include "sessions/failurereport.h"
 
 #include "platform/bundleinfo.h"
-#include "platform/filechooser.h"
+#include "platform/filepanels.h"
 #include "platform/paths.h"
 #include "platform/systeminfo.h"
 #include "preferences/l10n.h"
@@ -82,10 +82,10 @@ std::optional<FailureReport> FailureReport::fromJson(const QByteArray &json)
     return FailureReport{*id, *when, game.toString(), *stage, reason.toString(), text.toString()};
 }
 
-std::optional<LocalizedMessage> FailureReport::exportText(const QString &text, FileChooser &chooser,
+std::optional<LocalizedMessage> FailureReport::exportText(const QString &text, FilePanels &panels,
                                                           const QString &temporaryDirectory)
 {
-    const auto destination = chooser.chooseSaveLocation(exportFileName, u"zip"_s);
+    const auto destination = panels.chooseSaveLocation(L("diagnostics.save"), exportFileName, u"zip"_s);
     if (!destination)
         return std::nullopt;
     try {

@@ -12,7 +12,7 @@
 
 #include <optional>
 
-class FileChooser;
+class FilePanels;
 struct LocalizedMessage;
 
 // The redacted account of one failed attempt that the user can read, edit, export or send.
@@ -53,10 +53,10 @@ struct FailureReport {
     std::optional<QByteArray> toJson() const;
     static std::optional<FailureReport> fromJson(const QByteArray &json);
 
-    // The report screen's export: asks `chooser` for a destination (proposing
+    // The report screen's export: asks `panels` for a destination (proposing
     // "Korvane-Failure.zip") and saves `text` there as a diagnostics archive, synchronously.
     // Nothing when the user cancelled; otherwise "diagnostics.saved" or "diagnostics.failed".
-    static std::optional<LocalizedMessage> exportText(const QString &text, FileChooser &chooser,
+    static std::optional<LocalizedMessage> exportText(const QString &text, FilePanels &panels,
                                                       const QString &temporaryDirectory);
 
     static inline const QString exportFileName = QStringLiteral("Korvane-Failure.zip");

@@ -1,4 +1,5 @@
-#include "platform/filechooser_fake.h"
+#include "platform/desktop_fake.h"
+#include "platform/filepanels_fake.h"
 #include "sessions/diagnosticsmodel.h"
 #include "support/testhome.h"
 
@@ -29,7 +30,8 @@ class TestDiagnosticsModel : public QObject {
 
 private:
     std::unique_ptr<TestHome> m_home;
-    FakeFileChooser m_chooser;
+    FakeFilePanels m_panels;
+    FakeDesktop m_desktop;
 
     DiagnosticsInput input() const
     {
@@ -62,7 +64,8 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<TestHome>();
         m_home->installLocalization();
-        m_chooser = FakeFileChooser();
+        m_panels = FakeFilePanels();
+        m_desktop = FakeDesktop();
     }
     void cleanup() { m_home.reset(); }
 
@@ -108,7 +111,7 @@ private Q_SLOTS:
         writeFile(in.multiplayerLogDirectory + u"/Client_upper.txt"_s, "wrong prefix\n", base.addSecs(120));
         writeFile(in.multiplayerLogDirectory + u"/server_x.txt"_s, "not a client log\n", base.addSecs(120));
 
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         QSignalSpy previewChanged(&model, &DiagnosticsModel::previewChanged);
         const QString preview = prepared(model, in);
         QCOMPARE(previewChanged.count(), 1);
@@ -123,7 +126,7 @@ private Q_SLOTS:
         DiagnosticsInput in = input();
         in.logText.clear();
         QDir().mkpath(in.multiplayerLogDirectory + u"/client_dir.txt"_s); // a folder that looks like a log
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         const QString preview = prepared(model, in);
         QVERIFY2(preview.endsWith(u"\n\n--- Launcher ---\n\n\n--- Game ---\n[unavailable]\n\n--- Multiplayer client ---\n[unavailable]"_s),
                  qPrintable(preview.right(200)));
@@ -133,7 +136,7 @@ private Q_SLOTS:
     {
         DiagnosticsInput in = input();
         in.logText = u"FIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST"_s; // one over
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         const QString preview = prepared(model, in);
         const QString launcher = u"--- Launcher ---\nIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST\n"_s;
         QVERIFY(preview.contains(launcher));
@@ -141,13 +144,13 @@ private Q_SLOTS:
 
     void exportRefusedWithoutPreviewOrWhileBusy()
     {
-        m_chooser.answer = m_home->root() + u"/never.zip"_s;
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+        m_panels.answers = {m_home->root() + u"/never.zip"_s};
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         model.exportArchive(); // no preview yet
         model.prepare(input());
         QVERIFY(model.busy());
         model.exportArchive(); // still preparing
-        QVERIFY(m_chooser.requests.isEmpty());
+        QVERIFY(m_panels.requests.isEmpty());
         QTRY_VERIFY_WITH_TIMEOUT(!model.busy(), 30000);
     }
 
@@ -169,14 +172,15 @@ private Q_SLOTS:
         QFETCH(std::optional<QString>, resultKey);
         QFETCH(bool, revealed);
         QDir().mkpath(m_home->root() + u"/out"_s);
+        const QString chosen = destination ? m_home->root() + u'/' + *destination : QString();
         if (destination)
-            m_chooser.answer = m_home->root() + u'/' + *destination;
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+            m_panels.answers = {chosen};
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         prepared(model, input());
         QSignalSpy resultChanged(&model, &DiagnosticsModel::resultChanged);
 
         model.exportArchive();
-        QCOMPARE(m_chooser.requests, QStringList{u"Korvane-Diagnostics.zip|zip"_s});
+        QCOMPARE(m_panels.saveRequests(), QStringList{u"Korvane-Diagnostics.zip|zip"_s});
         QCOMPARE(model.busy(), destination.has_value());
         QTRY_VERIFY_WITH_TIMEOUT(!model.busy(), 30000);
 
@@ -185,10 +189,10 @@ private Q_SLOTS:
             QCOMPARE(model.result()->key, *resultKey);
             QCOMPARE(resultChanged.count(), 1);
         }
-        QCOMPARE(m_chooser.revealed, revealed ? QStringList{*m_chooser.answer} : QStringList());
+        QCOMPARE(m_desktop.revealed, revealed ? QStringList{chosen} : QStringList());
         if (revealed) {
             QProcess unzip;
-            unzip.start(u"unzip"_s, {u"-p"_s, *m_chooser.answer, u"Diagnostics/report.txt"_s});
+            unzip.start(u"unzip"_s, {u"-p"_s, chosen, u"Diagnostics/report.txt"_s});
             QVERIFY(unzip.waitForFinished(60000));
             QCOMPARE(QString::fromUtf8(unzip.readAllStandardOutput()), model.preview());
         }
@@ -201,7 +205,7 @@ private Q_SLOTS:
 
     void newerPreparationWins()
     {
-        DiagnosticsModel model(m_chooser, m_home->paths.temporary);
+        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         DiagnosticsInput first = input();
         first.logText = u"first run\n"_s;
         DiagnosticsInput second = input();

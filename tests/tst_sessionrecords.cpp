@@ -1,4 +1,4 @@
-#include "platform/filechooser_fake.h"
+#include "platform/filepanels_fake.h"
 #include "preferences/l10n.h"
 #include "sessions/failurereport.h"
 #include "sessions/playsession.h"
@@ -187,19 +187,20 @@ private Q_SLOTS:
         QFETCH(std::optional<QString>, destination);
         QFETCH(std::optional<QString>, resultKey);
         QTemporaryDir dir;
-        FakeFileChooser chooser;
+        FakeFilePanels panels;
+        const QString chosen = destination ? dir.filePath(*destination) : QString();
         if (destination)
-            chooser.answer = dir.filePath(*destination);
+            panels.answers = {chosen};
         const QString edited = u"Korvane Mac Launcher \u2014 failure report\nedited by the user"_s;
 
-        const auto result = FailureReport::exportText(edited, chooser, dir.path());
+        const auto result = FailureReport::exportText(edited, panels, dir.path());
 
-        QCOMPARE(chooser.requests, QStringList{u"Korvane-Failure.zip|zip"_s});
+        QCOMPARE(panels.saveRequests(), QStringList{u"Korvane-Failure.zip|zip"_s});
         QCOMPARE(result.has_value(), resultKey.has_value());
         if (resultKey)
             QCOMPARE(result->key, *resultKey);
         QProcess unzip;
-        unzip.start(u"unzip"_s, {u"-p"_s, chooser.answer.value_or(QString()), u"Diagnostics/report.txt"_s});
+        unzip.start(u"unzip"_s, {u"-p"_s, chosen, u"Diagnostics/report.txt"_s});
         QVERIFY(unzip.waitForFinished(60000));
         QCOMPARE(unzip.exitCode() == 0, resultKey == u"diagnostics.saved"_s);
         if (unzip.exitCode() == 0)
