@@ -1,4 +1,5 @@
 #include "cli/context.h"
+#include "cli/modelsession.h"
 
 #include "core/bottlediscovery.h"
 #include "core/launchermodel.h"
@@ -17,20 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The panels of the window, answered by the command line: every panel returns the path the
-// user already named.
-class CommandLinePanels final : public FilePanels {
-public:
-    std::optional<QString> path;
-
-    std::optional<QString> chooseDirectory(const QString &, const QString &) override { return path; }
-    std::optional<QString> chooseFileToOpen(const QString &, const QString &) override { return path; }
-    std::optional<QString> chooseSaveLocation(const QString &, const QString &, const QString &) override
-    {
-        return path;
-    }
-};
 
 // Without --yes korvanectl only shows what an import would do: the paths the document names
 // that are missing here. Nothing is asked on the terminal, so scripts never hang on a prompt.
@@ -55,35 +42,6 @@ public:
 private:
     bool m_yes;
     QTextStream &m_out;
-};
-
-// A store that lives as long as the command: the model's play sessions go here, so that
-// korvanectl never touches the sessions of a launcher that runs at the same time.
-class ScratchDefaults final : public UserDefaults {
-public:
-    QVariant object(const QString &key) const override { return m_values.value(key); }
-    void setObject(const QString &key, const QVariant &value) override { m_values.insert(key, normalized(value)); }
-    void remove(const QString &key) override { m_values.remove(key); }
-    QStringList keys() const override { return m_values.keys(); }
-
-private:
-    QVariantMap m_values;
-};
-
-// The launcher model over the user's store and this machine's CrossOver, as the window builds it.
-struct ModelSession {
-    SystemClock clock;
-    CommandLinePanels panels;
-    ScratchDefaults sessions;
-    std::unique_ptr<LauncherModel> model;
-
-    explicit ModelSession(CliContext &context)
-    {
-        model = std::make_unique<LauncherModel>(LauncherContext{*context.defaults, clock, context.paths,
-                                                                CrossOverLocation::system(context.paths.home),
-                                                                ServiceConfiguration::standard(), &panels, nullptr,
-                                                                &sessions});
-    }
 };
 
 QJsonObject statusJson(const LauncherModel &model)

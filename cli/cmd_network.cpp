@@ -1,5 +1,6 @@
 #include "cli/context.h"
 
+#include "cli/modelsession.h"
 #include "games/compatibilityservice.h"
 #include "platform/bundleinfo.h"
 #include "platform/clock.h"
@@ -139,11 +140,21 @@ int compatCommand(CliContext &context, const QStringList &arguments)
     bool bad = false;
     const std::optional<GameKind> game = chosenGame(context, rest, &bad);
     bool missing = false;
-    const auto executable = takeOption(rest, u"--exe"_s, &missing);
-    if (bad || missing || !executable || !rest.isEmpty()) {
-        context.err << "usage: korvanectl compat [--game ets2|ats] --exe PATH [--json]\n"
-                       "  (--exe is required until the launcher can derive the executable itself)\n";
+    std::optional<QString> executable = takeOption(rest, u"--exe"_s, &missing);
+    if (bad || missing || !rest.isEmpty()) {
+        context.err << "usage: korvanectl compat [--game ets2|ats] [--exe PATH] [--json]\n";
         return 2;
+    }
+    if (!executable) {
+        // The executable the launch would check: that of the selected bottle and game directory.
+        // Those belong to the selected game only; another game's needs its path named.
+        ModelSession session(context);
+        if (session.model->game() != *game) {
+            context.err << "korvanectl: " << game->rawValue()
+                        << " is not the selected game: name its executable with --exe, or select it first\n";
+            return 2;
+        }
+        executable = session.model->gameExecutablePath();
     }
     CompatibilityService compatibility(ServiceConfiguration::standard());
     const QFuture<CompatibilityResult> future = compatibility.check(*game, *executable);

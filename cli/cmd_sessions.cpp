@@ -1,6 +1,7 @@
 #include "cli/context.h"
 
-#include "platform/filepanels.h"
+#include "cli/modelsession.h"
+#include "platform/microphone.h"
 #include "sessions/diagnosticprivacy.h"
 #include "sessions/diagnosticsmodel.h"
 #include "sessions/recordcoding.h"
@@ -20,21 +21,6 @@ namespace {
 
 // More than any log a user would pipe through; larger input is refused, not truncated.
 constexpr qint64 maximumRedactInput = 64 * 1024 * 1024;
-
-// The destination given on the command line stands in for the save panel.
-class FixedDestination final : public FilePanels {
-public:
-    explicit FixedDestination(QString path) : m_path(std::move(path)) {}
-    std::optional<QString> chooseDirectory(const QString &, const QString &) override { return std::nullopt; }
-    std::optional<QString> chooseFileToOpen(const QString &, const QString &) override { return std::nullopt; }
-    std::optional<QString> chooseSaveLocation(const QString &, const QString &, const QString &) override
-    {
-        return m_path;
-    }
-
-private:
-    QString m_path;
-};
 
 bool waitUntilIdle(const DiagnosticsModel &model)
 {
@@ -121,18 +107,12 @@ int diagnosticsCommand(CliContext &context, const QStringList &arguments)
         return 2;
     }
 
-    // What korvanectl knows without the launcher model: the stored game and the paths derived
-    // from it. The console log and the checklist live in the running launcher only.
-    DiagnosticsInput input = DiagnosticsInput::fromSystem();
-    input.home = context.paths.home;
-    input.game = GameKind::fromRawValue(context.defaults->string(u"game"_s).value_or(QString())).value_or(GameKind::ets2);
-    const QString documents = context.paths.home + u"/Documents/"_s;
-    input.gameLogPath = documents + input.game.rawValue() + u"/game.log.txt"_s;
-    input.multiplayerLogDirectory = documents + (input.game == GameKind::ets2 ? u"ETS2KVN"_s : u"ATSKVN"_s) + u"/logs"_s;
-
-    FixedDestination destination(output ? QFileInfo(*output).absoluteFilePath() : QString());
-    DiagnosticsModel model(destination, nullptr, context.paths.temporary);
-    model.prepare(input);
+    // The same model the window shows; its play sessions stay apart from the running launcher's.
+    ModelSession session(context);
+    if (output)
+        session.panels.path = QFileInfo(*output).absoluteFilePath();
+    DiagnosticsModel model(session.panels, nullptr, context.paths.temporary);
+    model.prepare(*session.model, Microphone::system());
     waitUntilIdle(model);
     if (print)
         context.out << model.preview();

@@ -23,7 +23,7 @@ const CommandEntry commands[] = {
     {"settings"_L1, settingsCommand, "settings export FILE | settings import FILE [--yes]"_L1},
     {"servers"_L1, serversCommand, "servers [--game ets2|ats] [--json]"_L1},
     {"favorite"_L1, favoriteCommand, "favorite ID"_L1},
-    {"compat"_L1, compatCommand, "compat [--game ets2|ats] --exe PATH [--json]   (--exe required for now)"_L1},
+    {"compat"_L1, compatCommand, "compat [--game ets2|ats] [--exe PATH] [--json]"_L1},
     {"report-send"_L1, reportSendCommand, "report-send --id UUID FILE"_L1},
     {"redact"_L1, redactCommand, "redact [--home PATH] < INPUT"_L1},
     {"tail"_L1, tailCommand, "tail FILE [--max BYTES]"_L1},

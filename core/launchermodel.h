@@ -133,6 +133,7 @@ public:
     bool manualGameDirectory() const { return m_manualGameDirectory; }
 
     // --- CrossOver and derived paths (computed on every read)
+    const Paths &paths() const { return m_paths; }
     QString winePath() const { return m_crossOver.winePath; }
     QString wineServerPath() const { return m_crossOver.wineServerPath; }
     QString bottlesDirectory() const { return m_crossOver.bottlesDirectory; }

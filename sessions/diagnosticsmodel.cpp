@@ -1,7 +1,9 @@
 #include "sessions/diagnosticsmodel.h"
 
 #include "platform/bundleinfo.h"
+#include "core/launchermodel.h"
 #include "platform/desktop.h"
+#include "platform/microphone.h"
 #include "platform/filepanels.h"
 #include "platform/paths.h"
 #include "platform/systeminfo.h"
@@ -47,6 +49,21 @@ DiagnosticsInput DiagnosticsInput::fromSystem()
     input.operatingSystem = SystemInfo::operatingSystemVersion();
     input.crossOverVersion = SystemInfo::crossOverVersion();
     input.home = Paths::system().home;
+    return input;
+}
+
+DiagnosticsInput DiagnosticsInput::fromModel(const LauncherModel &model, const Microphone &microphone)
+{
+    DiagnosticsInput input = fromSystem();
+    input.home = model.paths().home;
+    input.game = model.game();
+    input.microphoneStatus = int(microphone.authorizationStatus());
+    for (const EnvironmentCheck &check : model.checks())
+        input.checks.append({check.title, check.ok});
+    input.gameLogPath = model.gameLogPath();
+    input.multiplayerLogDirectory = model.multiplayerLogDirectory();
+    // The console is already bounded by the model; the composition keeps only its tail.
+    input.logText = model.logText();
     return input;
 }
 

@@ -1,6 +1,8 @@
 #include "platform/desktop_fake.h"
+#include "platform/microphone_fake.h"
 #include "platform/filepanels_fake.h"
 #include "sessions/diagnosticsmodel.h"
+#include "support/launcherrig.h"
 #include "support/testhome.h"
 
 #include <QProcess>
@@ -140,6 +142,35 @@ private Q_SLOTS:
         const QString preview = prepared(model, in);
         const QString launcher = u"--- Launcher ---\nIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST\n"_s;
         QVERIFY(preview.contains(launcher));
+    }
+
+    // What the screen shows of a real model: its game, its checklist in order, its log
+    // locations, its console, and the microphone permission as the platform reports it.
+    void preparedFromTheLauncherModel()
+    {
+        LauncherRig rig;
+        LauncherModel &launcher = rig.start();
+        launcher.appendLog(u"client said hello from "_s + rig.home.paths.home + u"/x\n"_s);
+        FakeMicrophone microphone;
+        microphone.status = MicrophoneAuthorization::denied;
+
+        const DiagnosticsInput input = DiagnosticsInput::fromModel(launcher, microphone);
+        QCOMPARE(input.game, launcher.game());
+        QCOMPARE(input.checks.size(), launcher.checks().size());
+        for (qsizetype i = 0; i < input.checks.size(); ++i) {
+            QCOMPARE(input.checks.at(i).title, launcher.checks().at(i).title);
+            QCOMPARE(input.checks.at(i).ok, launcher.checks().at(i).ok);
+        }
+        QCOMPARE(input.gameLogPath, launcher.gameLogPath());
+        QCOMPARE(input.multiplayerLogDirectory, launcher.multiplayerLogDirectory());
+        QCOMPARE(input.home, rig.home.paths.home);
+
+        DiagnosticsModel model(m_panels, &m_desktop, rig.home.paths.temporary);
+        model.prepare(launcher, microphone);
+        QTRY_VERIFY_WITH_TIMEOUT(!model.busy(), 30000);
+        QVERIFY(model.preview().contains(u"\nMicrophone: 2\n"_s));
+        QVERIFY(model.preview().contains(u"client said hello from [PATH]\n"_s));
+        QVERIFY(!model.preview().contains(rig.home.paths.home + u"/x"_s));
     }
 
     void exportRefusedWithoutPreviewOrWhileBusy()

@@ -147,7 +147,16 @@ private Q_SLOTS:
         QVERIFY2(run.exitCode == 0, run.err.constData());
         QCOMPARE(QJsonDocument::fromJson(run.out).object(),
                  (QJsonObject{{u"state"_s, u"mismatch"_s}, {u"installed"_s, u"1.52.0.1"_s}, {u"supported"_s, u"1.53"_s}}));
-        QCOMPARE(korvanectl(home, service, {u"compat"_s}).exitCode, 2); // no executable given
+        // Without --exe: the selected game's executable, here in no bottle at all, so unknown.
+        const Run selected = korvanectl(home, service, {u"compat"_s, u"--json"_s});
+        QVERIFY2(selected.exitCode == 0, selected.err.constData());
+        const QJsonObject unknown = QJsonDocument::fromJson(selected.out).object();
+        QCOMPARE(unknown.value(u"state"_s).toString(), u"unknown"_s);
+        QVERIFY(unknown.value(u"installed"_s).isNull());
+        // Another game's executable is not derived from the selection: it must be named.
+        const Run other = korvanectl(home, service, {u"compat"_s, u"--game"_s, u"ats"_s});
+        QCOMPARE(other.exitCode, 2);
+        QVERIFY(other.err.contains("--exe"));
     }
 
     void reportSendWithDeliveryOffSendsNothing()

@@ -1,0 +1,15 @@
+#pragma once
+
+// The operating system's permission for the launcher to record audio; the Korvane client's CB
+// radio needs the microphone. The values are the platform's own, as they appear in reports.
+enum class MicrophoneAuthorization : int { notDetermined = 0, restricted = 1, denied = 2, authorized = 3 };
+
+class Microphone {
+public:
+    virtual ~Microphone() = default;
+    virtual MicrophoneAuthorization authorizationStatus() const = 0;
+
+    // This machine's answer: the capture-device authorisation on macOS; elsewhere there is no
+    // per-application permission, so access counts as granted.
+    static const Microphone &system();
+};
