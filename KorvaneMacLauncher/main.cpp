@@ -1,5 +1,7 @@
 #include "KorvaneMacLauncher/mainwindow.h"
 
+#include "core/launchermodel.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/userdefaults.h"
 #include "preferences/l10n.h"
@@ -18,8 +20,13 @@ int main(int argc, char *argv[])
     const Paths paths = Paths::system();
     L10n::install(defaults.get(), std::make_shared<const StringTables>(StringTables::load(paths.resources)));
 
+    SystemClock clock;
     LanguageSettings language(*defaults);
-    MainWindow window(*defaults, language);
+    // The window's panels and desktop services arrive with the real pages; until then the
+    // choose operations do nothing.
+    LauncherModel model(LauncherContext{*defaults, clock, paths, CrossOverLocation::system(paths.home),
+                                        ServiceConfiguration::standard()});
+    MainWindow window(model, language);
     window.show();
     QObject::connect(&window, &MainWindow::closed, &application, &QApplication::quit);
     return application.exec();

@@ -5,15 +5,15 @@
 class QComboBox;
 class QLabel;
 class LanguageSettings;
-class UserDefaults;
+class LauncherModel;
 
-// The launcher window as far as the model exists: the selected game, its installed version
-// and the language picker.
+// The launcher window as far as the pages exist: the selected game, its installed version, the
+// readiness status and the language picker.
 class MainWindow : public QWidget {
     Q_OBJECT
 
 public:
-    MainWindow(UserDefaults &defaults, LanguageSettings &language, QWidget *parent = nullptr);
+    MainWindow(LauncherModel &model, LanguageSettings &language, QWidget *parent = nullptr);
 
 Q_SIGNALS:
     void closed();
@@ -25,11 +25,14 @@ private:
     void retranslate();
     void refreshVersion();
 
-    UserDefaults &m_defaults;
+    LauncherModel &m_model;
     LanguageSettings &m_language;
     QComboBox *m_game = nullptr;
     QComboBox *m_languagePicker = nullptr;
     QLabel *m_gameLabel = nullptr;
     QLabel *m_versionLabel = nullptr;
     QLabel *m_languageLabel = nullptr;
+    QLabel *m_statusLabel = nullptr;
+    QString m_versionText;
+    quint64 m_versionRead = 0;
 };
