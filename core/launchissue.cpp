@@ -1,4 +1,5 @@
 #include "core/launchissue.h"
+#include "core/rawvalue.h"
 
 #include "preferences/l10n.h"
 
@@ -12,10 +13,7 @@ constexpr std::array<QStringView, 12> rawValues{u"crossover", u"bottle", u"steam
 
 std::optional<LaunchIssue> LaunchIssue::fromRawValue(QStringView rawValue)
 {
-    for (size_t i = 0; i < rawValues.size(); ++i)
-        if (rawValues[i] == rawValue)
-            return LaunchIssue(Value(i));
-    return std::nullopt;
+    return caseWithRawValue<LaunchIssue>(rawValue);
 }
 
 QString LaunchIssue::rawValue() const

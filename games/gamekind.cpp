@@ -1,13 +1,11 @@
 #include "games/gamekind.h"
+#include "core/rawvalue.h"
 
 using namespace Qt::StringLiterals;
 
 std::optional<GameKind> GameKind::fromRawValue(QStringView rawValue)
 {
-    for (GameKind kind : allCases())
-        if (rawValue == kind.rawValue())
-            return kind;
-    return std::nullopt;
+    return caseWithRawValue<GameKind>(rawValue);
 }
 
 QString GameKind::rawValue() const

@@ -1,21 +1,9 @@
 #include "platform/bundleinfo.h"
 
+#include "platform/plistvalues_mac.h"
+
 #import <Foundation/Foundation.h>
 
-namespace {
-QVariant fromPlist(id value)
-{
-    if ([value isKindOfClass:NSString.class])
-        return QString::fromNSString(value);
-    if ([value isKindOfClass:NSNumber.class]) {
-        NSNumber *number = value;
-        if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID())
-            return bool(number.boolValue);
-        return qint64(number.longLongValue);
-    }
-    return {};
-}
-} // namespace
 
 QVariantMap BundleInfo::main()
 {

@@ -1,4 +1,5 @@
 #include "preferences/applanguage.h"
+#include "core/rawvalue.h"
 
 #include "platform/userdefaults.h"
 
@@ -6,10 +7,7 @@ using namespace Qt::StringLiterals;
 
 std::optional<AppLanguage> AppLanguage::fromRawValue(QStringView code)
 {
-    for (AppLanguage language : allCases())
-        if (code == language.rawValue())
-            return language;
-    return std::nullopt;
+    return caseWithRawValue<AppLanguage>(code);
 }
 
 AppLanguage AppLanguage::saved(const UserDefaults &defaults)

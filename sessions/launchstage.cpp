@@ -1,4 +1,5 @@
 #include "sessions/launchstage.h"
+#include "core/rawvalue.h"
 
 #include "preferences/l10n.h"
 
@@ -6,10 +7,7 @@ using namespace Qt::StringLiterals;
 
 std::optional<LaunchStage> LaunchStage::fromRawValue(QStringView rawValue)
 {
-    for (LaunchStage stage : allCases())
-        if (rawValue == stage.rawValue())
-            return stage;
-    return std::nullopt;
+    return caseWithRawValue<LaunchStage>(rawValue);
 }
 
 QString LaunchStage::rawValue() const
