@@ -7,9 +7,10 @@
 #include <QList>
 #include <QObject>
 #include <QPair>
-#include <QSslConfiguration>
 #include <QString>
 #include <QUrl>
+
+#include <functional>
 
 class QTcpServer;
 class QTcpSocket;
@@ -19,8 +20,6 @@ struct ScriptedResponse {
     int status = 200;
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
-    // Wait this long before answering at all.
-    int delayMs = 0;
     // Accept the request and never answer, holding the connection open.
     bool stall = false;
     // After the headers, send the body in chunks of this size, one per interval, so the
@@ -30,12 +29,12 @@ struct ScriptedResponse {
 
     static ScriptedResponse json(QByteArray body, int status = 200);
     static ScriptedResponse redirect(int status, const QUrl &location);
+    static ScriptedResponse stalled();
 };
 
 struct RecordedRequest {
     QByteArray method;
     QByteArray path;
-    QByteArray host;
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
 
@@ -44,21 +43,18 @@ struct RecordedRequest {
 
 // A real HTTPS server on 127.0.0.1, for tests of everything that talks to the service. Its
 // certificate is made once per test run (for 127.0.0.1 and localhost) and trusted only by
-// clients given `clientConfiguration()`. Every answer closes its connection. A plain http
-// one serves as the target of redirects that must not be followed.
+// the clients of `configuration()`. Every answer closes its connection. A plain http one
+// serves as the target of redirects that must not be followed.
 class LocalHttpsServer : public QObject {
     Q_OBJECT
 public:
     enum class Transport { tls, plain };
 
-    explicit LocalHttpsServer(Transport transport = Transport::tls, QObject *parent = nullptr);
-    ~LocalHttpsServer() override;
+    explicit LocalHttpsServer(Transport transport = Transport::tls);
 
-    bool isListening() const;
     quint16 port() const;
-    // https (http for a plain server) on this server's port.
-    QUrl url(const QString &path = {}, const QString &host = QStringLiteral("127.0.0.1")) const;
-
+    // https (http for a plain server) on 127.0.0.1 and this server's port.
+    QUrl url(const QString &path = {}) const;
     // Stops accepting connections: the port refuses them from now on.
     void close();
 
@@ -70,24 +66,18 @@ public:
     // The service and report endpoints on this server, trusted, with time-outs short enough
     // for a test to sit through (2 s without data, 5 s for a whole transfer).
     ServiceConfiguration configuration() const;
-
-    // TLS settings for a client that trusts this run's certificate and nothing else.
-    static QSslConfiguration clientConfiguration();
     // The run's certificate as a PEM file, for child processes (KORVANE_CA_FILE).
     static QString certificatePath();
 
 Q_SIGNALS:
-    void requestReceived(const RecordedRequest &request);
+    void requestReceived();
 
 private:
-    void accept();
     void readFrom(QTcpSocket *socket);
-    void answer(QTcpSocket *socket, const ScriptedResponse &response);
 
     Transport m_transport;
     QTcpServer *m_server;
     QHash<QString, ScriptedResponse> m_routes;
-    QHash<QTcpSocket *, QByteArray> m_buffers;
     QList<RecordedRequest> m_requests;
 };
 
@@ -104,3 +94,7 @@ struct RedirectTargets {
     LocalHttpsServer service;
     LocalHttpsServer plain{LocalHttpsServer::Transport::plain};
 };
+
+// How a call that talks to the service, or parses its answer, ended: "ok", the URL error's
+// name ("timedOut"), or "decoding" for a document that is not the one expected.
+QString outcomeOf(const std::function<void()> &action);
