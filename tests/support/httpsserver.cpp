@@ -32,12 +32,10 @@ struct RunCertificate {
         if (!openssl.waitForFinished(60'000) || openssl.exitCode() != 0)
             qFatal("openssl could not make the test certificate: %s", openssl.readAll().constData());
         QFile keyFile(keyPath);
-        if (keyFile.open(QIODevice::ReadOnly))
-            key = QSslKey(keyFile.readAll(), QSsl::Ec);
-        const QList<QSslCertificate> certificates = QSslCertificate::fromPath(certificatePath);
-        if (key.isNull() || certificates.size() != 1)
+        key = QSslKey(keyFile.open(QIODevice::ReadOnly) ? keyFile.readAll() : QByteArray(), QSsl::Ec);
+        certificate = QSslCertificate::fromPath(certificatePath).value(0);
+        if (key.isNull() || certificate.isNull())
             qFatal("the test certificate could not be read back");
-        certificate = certificates.first();
     }
 };
 
@@ -55,16 +53,12 @@ void answer(QTcpSocket *socket, const ScriptedResponse &response)
         head += name + ": " + value + "\r\n";
     socket->write(head + "Content-Length: " + QByteArray::number(response.body.size())
                   + "\r\nConnection: close\r\n\r\n");
-    if (response.trickleIntervalMs <= 0) {
-        socket->write(response.body);
-        socket->disconnectFromHost();
-        return;
-    }
+    // The body goes out in timed chunks: all of it at once unless the script asks for a trickle.
+    const qsizetype chunk = response.trickleIntervalMs > 0 ? response.trickleChunk : response.body.size();
     auto *timer = new QTimer(socket);
-    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, response, sent = qsizetype(0)]() mutable {
-        socket->write(response.body.mid(sent, response.trickleChunk));
-        sent += response.trickleChunk;
-        if (sent >= response.body.size()) {
+    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, response, chunk, sent = qsizetype(0)]() mutable {
+        socket->write(response.body.mid(sent, chunk));
+        if ((sent += chunk) >= response.body.size()) {
             timer->stop();
             socket->disconnectFromHost();
         }
@@ -73,23 +67,6 @@ void answer(QTcpSocket *socket, const ScriptedResponse &response)
 }
 
 } // namespace
-
-ScriptedResponse ScriptedResponse::json(QByteArray body, int status)
-{
-    return {status, {{"Content-Type", "application/json"}}, std::move(body)};
-}
-
-ScriptedResponse ScriptedResponse::redirect(int status, const QUrl &location)
-{
-    return {status, {{"Location", location.toEncoded()}}, {}};
-}
-
-ScriptedResponse ScriptedResponse::stalled()
-{
-    ScriptedResponse response;
-    response.stall = true;
-    return response;
-}
 
 QByteArray RecordedRequest::header(const QByteArray &name) const
 {
@@ -123,31 +100,13 @@ LocalHttpsServer::LocalHttpsServer(Transport transport)
     });
     if (!m_server->listen(QHostAddress::LocalHost, 0))
         qFatal("the local test server cannot listen: %s", qPrintable(m_server->errorString()));
-}
-
-quint16 LocalHttpsServer::port() const
-{
-    return m_server->serverPort();
+    m_port = m_server->serverPort();
 }
 
 QUrl LocalHttpsServer::url(const QString &path) const
 {
-    QUrl url;
-    url.setScheme(m_transport == Transport::tls ? u"https"_s : u"http"_s);
-    url.setHost(u"127.0.0.1"_s);
-    url.setPort(port());
-    url.setPath(path);
-    return url;
-}
-
-void LocalHttpsServer::close()
-{
-    m_server->close();
-}
-
-void LocalHttpsServer::respond(const QString &path, ScriptedResponse response)
-{
-    m_routes.insert(path, std::move(response));
+    return QUrl((m_transport == Transport::tls ? u"https://127.0.0.1:%1%2"_s : u"http://127.0.0.1:%1%2"_s)
+                    .arg(QString::number(port()), path));
 }
 
 qsizetype LocalHttpsServer::requestCount(const QString &path) const
@@ -206,13 +165,12 @@ RedirectTargets::RedirectTargets(const ScriptedResponse &moved)
     plain.respond(u"/v2/moved"_s, moved);
 }
 
-ScriptedResponse RedirectTargets::redirectOr(const ScriptedResponse &otherwise, const QString &pattern) const
+ScriptedResponse RedirectTargets::redirectOr(const ScriptedResponse &otherwise, QString pattern) const
 {
     if (pattern.isEmpty())
         return otherwise;
-    return ScriptedResponse::redirect(302, QUrl(QString(pattern)
-                                                    .replace(u"{port}"_s, QString::number(service.port()))
-                                                    .replace(u"{plainport}"_s, QString::number(plain.port()))));
+    pattern.replace(u"{port}"_s, QString::number(service.port()));
+    return ScriptedResponse::redirect(302, QUrl(pattern.replace(u"{plainport}"_s, QString::number(plain.port()))));
 }
 
 qsizetype RedirectTargets::movedRequests() const

@@ -8,11 +8,11 @@
 #include <QObject>
 #include <QPair>
 #include <QString>
+#include <QTcpServer>
 #include <QUrl>
 
 #include <functional>
 
-class QTcpServer;
 class QTcpSocket;
 
 // What the local server answers on one path.
@@ -27,9 +27,15 @@ struct ScriptedResponse {
     int trickleIntervalMs = 0;
     qsizetype trickleChunk = 1;
 
-    static ScriptedResponse json(QByteArray body, int status = 200);
-    static ScriptedResponse redirect(int status, const QUrl &location);
-    static ScriptedResponse stalled();
+    static ScriptedResponse json(QByteArray body, int status = 200)
+    {
+        return {status, {{"Content-Type", "application/json"}}, std::move(body)};
+    }
+    static ScriptedResponse redirect(int status, const QUrl &location)
+    {
+        return {status, {{"Location", location.toEncoded()}}, {}};
+    }
+    static ScriptedResponse stalled() { return {200, {}, {}, true}; }
 };
 
 struct RecordedRequest {
@@ -52,14 +58,14 @@ public:
 
     explicit LocalHttpsServer(Transport transport = Transport::tls);
 
-    quint16 port() const;
+    quint16 port() const { return m_port; }
     // https (http for a plain server) on 127.0.0.1 and this server's port.
     QUrl url(const QString &path = {}) const;
-    // Stops accepting connections: the port refuses them from now on.
-    void close();
+    // Stops accepting connections: the port, still reported, refuses them from now on.
+    void close() { m_server->close(); }
 
     // Unscripted paths answer 404.
-    void respond(const QString &path, ScriptedResponse response);
+    void respond(const QString &path, const ScriptedResponse &response) { m_routes.insert(path, response); }
     QList<RecordedRequest> requests() const { return m_requests; }
     qsizetype requestCount(const QString &path) const;
 
@@ -77,6 +83,7 @@ private:
 
     Transport m_transport;
     QTcpServer *m_server;
+    quint16 m_port = 0;
     QHash<QString, ScriptedResponse> m_routes;
     QList<RecordedRequest> m_requests;
 };
@@ -88,7 +95,7 @@ struct RedirectTargets {
 
     // A redirect to `pattern`, whose {port} is the service's port and {plainport} the plain
     // server's; `otherwise` when there is no pattern.
-    ScriptedResponse redirectOr(const ScriptedResponse &otherwise, const QString &pattern) const;
+    ScriptedResponse redirectOr(const ScriptedResponse &otherwise, QString pattern) const;
     qsizetype movedRequests() const;
 
     LocalHttpsServer service;
