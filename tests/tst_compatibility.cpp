@@ -9,7 +9,6 @@
 
 using namespace Qt::StringLiterals;
 
-Q_DECLARE_METATYPE(ScriptedResponse)
 Q_DECLARE_METATYPE(SupportedVersions)
 
 // Lets QCOMPARE print both sides of a failed comparison.
@@ -38,7 +37,8 @@ QByteArray paddedTo(qsizetype size)
 
 // Checks with an executable of the given version (none when `installed` is empty); no verdict
 // when none came in time.
-std::optional<CompatibilityResult> check(const ServiceConfiguration &service, GameKind game, const QList<quint16> &installed)
+std::optional<CompatibilityResult> check(const ServiceConfiguration &service, GameKind game,
+                                         const QList<quint16> &installed)
 {
     TestHome home;
     const QString executable = home.paths.home + u"/eurotrucks2.exe"_s;

@@ -110,15 +110,17 @@ private Q_SLOTS:
     {
         TestHome home;
         LocalHttpsServer service;
-        service.respond(u"/v2/version"_s, ScriptedResponse::json(
-                                              R"({"supported_game_version":"1.53.3.14s","supported_ats_game_version":"1.53"})"));
+        service.respond(u"/v2/version"_s, ScriptedResponse::json(R"({"supported_game_version":"1.53.3.14s",
+                                                                       "supported_ats_game_version":"1.53"})"));
         const QString executable = home.paths.home + u"/amtrucks.exe"_s;
         QVERIFY(writeFakeGameExecutable(executable, {1, 52, 0, 1}));
 
-        const CliResult run = korvanectl(home, service, {u"compat"_s, u"--game"_s, u"ats"_s, u"--exe"_s, executable, u"--json"_s});
+        const CliResult run =
+            korvanectl(home, service, {u"compat"_s, u"--game"_s, u"ats"_s, u"--exe"_s, executable, u"--json"_s});
         QVERIFY2(run.exitCode == 0, qPrintable(run.err));
         QCOMPARE(QJsonDocument::fromJson(run.out.toUtf8()).object(),
-                 (QJsonObject{{u"state"_s, u"mismatch"_s}, {u"installed"_s, u"1.52.0.1"_s}, {u"supported"_s, u"1.53"_s}}));
+                 (QJsonObject{{u"state"_s, u"mismatch"_s}, {u"installed"_s, u"1.52.0.1"_s},
+                              {u"supported"_s, u"1.53"_s}}));
         // Without --exe: the selected game's executable, here in no bottle at all, so unknown.
         const CliResult selected = korvanectl(home, service, {u"compat"_s, u"--json"_s});
         QVERIFY2(selected.exitCode == 0, qPrintable(selected.err));

@@ -7,8 +7,6 @@
 
 using namespace Qt::StringLiterals;
 
-Q_DECLARE_METATYPE(ScriptedResponse)
-
 namespace {
 
 const QUuid reportId = QUuid::fromString(u"6f1c2a3b-4d5e-4f60-8172-93a4b5c6d7e8"_s);
@@ -87,8 +85,8 @@ private Q_SLOTS:
             ScriptedResponse::json(receipt(u"accepted"_s, id, {{u"ticket"_s, 17}, {u"note"_s, u"thanks"_s}})), u"ok"_s);
         row("accepted, id in lower case", ScriptedResponse::json(receipt(u"accepted"_s, id.toLower())), u"ok"_s);
         row("status Accepted", ScriptedResponse::json(receipt(u"Accepted"_s)), refused);
-        row("another report's id",
-            ScriptedResponse::json(receipt(u"accepted"_s, QUuid::createUuid().toString(QUuid::WithoutBraces))), refused);
+        const QString otherId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        row("another report's id", ScriptedResponse::json(receipt(u"accepted"_s, otherId)), refused);
         row("id with braces", ScriptedResponse::json(receipt(u"accepted"_s, u'{' + id + u'}')), refused);
         row("status missing", ScriptedResponse::json("{\"id\":\"" + id.toUtf8() + "\"}"), u"decoding"_s);
         row("id as a number", ScriptedResponse::json(R"({"status":"accepted","id":1})"), u"decoding"_s);
@@ -138,7 +136,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("outcome");
         const QString endpoint = u"https://127.0.0.1:{port}/korvane/api/reports"_s, unsupported = u"unsupportedURL"_s;
-        const auto delivery = [](const QVariant &on) { return QVariantMap{{BundleInfo::reportDeliveryEnabledKey, on}}; };
+        const auto delivery = [](const QVariant &value) {
+            return QVariantMap{{BundleInfo::reportDeliveryEnabledKey, value}};
+        };
         QTest::newRow("delivery key absent") << QVariantMap() << endpoint << u"report"_s << unsupported;
         QTest::newRow("delivery off") << delivery(false) << endpoint << u"report"_s << unsupported;
         QTest::newRow("delivery key as text") << delivery(u"true"_s) << endpoint << u"report"_s << unsupported;

@@ -10,11 +10,10 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <algorithm>
 #include <numeric>
 
 using namespace Qt::StringLiterals;
-
-Q_DECLARE_METATYPE(ScriptedResponse)
 
 namespace {
 
@@ -54,8 +53,7 @@ QByteArray paddedTo(qsizetype size)
 QList<qint64> idsOf(const QList<TruckServer> &servers)
 {
     QList<qint64> ids;
-    for (const TruckServer &server : servers)
-        ids.append(server.id);
+    std::ranges::transform(servers, std::back_inserter(ids), &TruckServer::id);
     return ids;
 }
 

@@ -37,6 +37,7 @@ struct ScriptedResponse {
     }
     static ScriptedResponse stalled() { return {200, {}, {}, true}; }
 };
+Q_DECLARE_METATYPE(ScriptedResponse)
 
 struct RecordedRequest {
     QByteArray method;
