@@ -55,6 +55,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("expected");
         const QByteArray ets2 = R"([{"id":5,"game":"ETS2","name":"Simulation 1","online":true,"players":40,"queue":0,
             "maxplayers":80,"displayorder":1,"occupancy":0.5,"favorite":false}])";
+        // Every member the service sent comes out decoded, with the occupancy derived from it:
+        // none without capacity, a half, and capped at full.
         QTest::newRow("the stored game by default")
             << QStringList{u"servers"_s, u"--json"_s} << u"American Truck Simulator"_s
             << QByteArray(R"([{"id":9,"game":"ATS","name":"Event","online":false,"players":0,"queue":0,

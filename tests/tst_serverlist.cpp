@@ -152,32 +152,6 @@ private Q_SLOTS:
         QCOMPARE(idsOf(servers), ids);
     }
 
-    void parseKeepsEveryField()
-    {
-        const QByteArray body = R"({"response":[{"id":42,"game":"ATS","name":"Simulation 1","online":false,
-            "players":150,"queue":7,"maxplayers":100,"displayorder":3}]})";
-        QCOMPARE(ServerResponse::parse(body),
-                 (QList<TruckServer>{{42, u"ATS"_s, u"Simulation 1"_s, false, 150, 7, 100, 3}}));
-    }
-
-    void occupancy_data()
-    {
-        QTest::addColumn<qint64>("players");
-        QTest::addColumn<qint64>("maxplayers");
-        QTest::addColumn<double>("occupancy");
-        QTest::newRow("no capacity") << 5LL << 0LL << 0.0;
-        QTest::newRow("half full") << 50LL << 100LL << 0.5;
-        QTest::newRow("over capacity is capped") << 150LL << 100LL << 1.0;
-    }
-
-    void occupancy()
-    {
-        QFETCH(qint64, players);
-        QFETCH(qint64, maxplayers);
-        QFETCH(double, occupancy);
-        QCOMPARE((TruckServer{1, u"ETS2"_s, {}, true, players, 0, maxplayers, {}}).occupancy(), occupancy);
-    }
-
     void redirectPolicy_data()
     {
         QTest::addColumn<QUrl>("target");
