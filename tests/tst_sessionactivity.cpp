@@ -17,15 +17,6 @@ QString reportLog(const SessionActivity &activity)
     const qsizetype at = text.indexOf(logHeading);
     return at < 0 ? QString() : text.mid(at + logHeading.size());
 }
-
-QString repeated(const QString &piece, int count)
-{
-    QString out;
-    out.reserve(piece.size() * count);
-    for (int i = 0; i < count; ++i)
-        out += piece;
-    return out;
-}
 } // namespace
 
 class TestSessionActivity : public QObject {
@@ -35,15 +26,11 @@ private:
     std::unique_ptr<TestHome> m_home;
     FakeClock m_clock;
 
-    FailureReport::Environment environment() const
+    std::unique_ptr<SessionActivity> makeActivity(UserDefaults *defaults = nullptr)
     {
-        return {m_home->paths.home, {{u"CFBundleShortVersionString"_s, u"1.0.0"_s}}, u"Test OS 1"_s};
+        const FailureReport::Environment environment{m_home->paths.home, {{u"CFBundleShortVersionString"_s, u"1.0.0"_s}}, u"Test OS 1"_s};
+        return std::make_unique<SessionActivity>(defaults ? *defaults : *m_home->defaults, m_clock, environment);
     }
-    std::unique_ptr<SessionActivity> makeActivity(UserDefaults &defaults)
-    {
-        return std::make_unique<SessionActivity>(defaults, m_clock, environment());
-    }
-    std::unique_ptr<SessionActivity> makeActivity() { return makeActivity(*m_home->defaults); }
 
 private Q_SLOTS:
     void init()
@@ -52,17 +39,6 @@ private Q_SLOTS:
         m_clock.set(QDateTime(QDate(2026, 3, 1), QTime(20, 0), Qt::UTC));
     }
     void cleanup() { m_home.reset(); }
-
-    void newStoreIsEmpty()
-    {
-        const auto activity = makeActivity();
-        QVERIFY(!activity->current());
-        QVERIFY(!activity->latest());
-        QVERIFY(!activity->failure());
-        QVERIFY(activity->history().isEmpty());
-        QVERIFY(!activity->keepHistory());
-        QVERIFY(m_home->defaults->keys().isEmpty());
-    }
 
     void openSessionRecoveredAsInterrupted_data()
     {
@@ -87,13 +63,12 @@ private Q_SLOTS:
         m_clock.advance(3600 * 1000);
 
         auto reopened = m_home->reopenDefaults();
-        const auto second = makeActivity(*reopened);
+        const auto second = makeActivity(reopened.get());
         QVERIFY(!second->current());
         QVERIFY(second->latest());
         QCOMPARE(second->latest()->id, id);
         QCOMPARE(second->latest()->stage, LaunchStage(LaunchStage::interrupted));
         QCOMPARE(second->latest()->ended, std::optional<QDateTime>(m_clock.now()));
-        QCOMPARE(second->latest()->playSeconds(m_clock.now()), std::optional<qint64>());
         QVERIFY(!second->failure());
         QVERIFY(!reopened->contains(SessionActivity::activeKey));
         QCOMPARE(second->history().size(), keepHistory ? 1 : 0);
@@ -123,7 +98,6 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<QString>>("reason");
         QTest::addColumn<QString>("reportedReason");
         QTest::newRow("without a reason") << std::optional<QString>() << u"unexpected"_s;
-        QTest::newRow("exit status") << std::optional<QString>(u"exit_1"_s) << u"exit_1"_s;
         QTest::newRow("startup freeze") << std::optional<QString>(u"startup_freeze"_s) << u"startup_freeze"_s;
     }
 
@@ -156,7 +130,8 @@ private Q_SLOTS:
                  u"Graphics: D3DMetal + MSync / DX11\n\n"_s + logHeading + u"Starting game\nLoading [PATH]\n"_s);
 
         // It survives a restart as stored.
-        auto later = makeActivity(*m_home->reopenDefaults());
+        const auto reopened = m_home->reopenDefaults();
+        const auto later = makeActivity(reopened.get());
         QCOMPARE(later->failure(), activity->failure());
         QCOMPARE(later->latest(), activity->latest());
     }
@@ -197,12 +172,12 @@ private Q_SLOTS:
         QCOMPARE(stored.history, activity->history());
     }
 
-    void turningHistoryOffForgetsIt()
+    void forgettingRecords()
     {
         auto activity = makeActivity();
         activity->setKeepHistory(true);
         activity->begin(GameKind::ets2);
-        activity->finish(LaunchStage::finished);
+        activity->finish(LaunchStage::failed, u"launch"_s);
         QCOMPARE(activity->history().size(), 1);
         activity->setKeepHistory(false);
         QVERIFY(activity->history().isEmpty());
@@ -212,6 +187,13 @@ private Q_SLOTS:
         // Switching it on again restores nothing.
         activity->setKeepHistory(true);
         QVERIFY(activity->history().isEmpty());
+
+        activity->clearHistory();
+        activity->clearFailure();
+        QVERIFY(!activity->latest());
+        QVERIFY(!activity->failure());
+        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
+        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
     }
 
     void stageFollowsConsoleText_data()
@@ -224,6 +206,12 @@ private Q_SLOTS:
         QTest::newRow("starting wins over updating") << QStringList{u"Starting game\n"_s, u"Updating mod files\n"_s}
                                                      << LaunchStage(LaunchStage::starting);
         QTest::newRow("case-sensitive") << QStringList{u"starting GAME"_s} << LaunchStage(LaunchStage::steam);
+        // The window is 8,192 characters; each filler character is two UTF-16 units.
+        const QString filler = u"e\u0301"_s;
+        QTest::newRow("marker still inside the window")
+            << QStringList{u"Updating mod files"_s + filler.repeated(8192 - 18)} << LaunchStage(LaunchStage::updating);
+        QTest::newRow("marker's first character cut off")
+            << QStringList{u"Updating mod files"_s + filler.repeated(8192 - 17)} << LaunchStage(LaunchStage::steam);
     }
 
     void stageFollowsConsoleText()
@@ -272,33 +260,12 @@ private Q_SLOTS:
         QCOMPARE(activity->failure()->stage, LaunchStage(LaunchStage::steam));
     }
 
-    void stageLogCountsCharacters_data()
-    {
-        QTest::addColumn<int>("filler");
-        QTest::addColumn<LaunchStage>("stage");
-        // "Updating mod files" is 18 characters; each filler character is two UTF-16 units.
-        QTest::newRow("marker still inside 8,192 characters") << 8192 - 18 << LaunchStage(LaunchStage::updating);
-        QTest::newRow("marker's first character cut off") << 8192 - 17 << LaunchStage(LaunchStage::steam);
-    }
-
-    void stageLogCountsCharacters()
-    {
-        QFETCH(int, filler);
-        QFETCH(LaunchStage, stage);
-        auto activity = makeActivity();
-        activity->begin(GameKind::ets2);
-        activity->append(u"Updating mod files"_s);
-        activity->transition(LaunchStage::steam);
-        activity->append(repeated(u"e\u0301"_s, filler));
-        QCOMPARE(activity->current()->stage, stage);
-    }
-
     void recentLogKeepsLast64000Characters()
     {
         auto activity = makeActivity();
         activity->begin(GameKind::ets2);
         activity->append(u"HEAD"_s);
-        activity->append(repeated(u"\U0001F69B"_s, 63999)); // a truck: two UTF-16 units, one character
+        activity->append(QString(u"\U0001F69B"_s).repeated(63999)); // a truck: two UTF-16 units, one character
         activity->append(u"!"_s);
         activity->capture(u"user_reported_problem"_s);
         const QString log = reportLog(*activity);
@@ -330,26 +297,11 @@ private Q_SLOTS:
         QCOMPARE(reportLog(*activity), QString());
     }
 
-    void clearingForgetsRecords()
-    {
-        auto activity = makeActivity();
-        activity->setKeepHistory(true);
-        activity->begin(GameKind::ets2);
-        activity->finish(LaunchStage::failed, u"launch"_s);
-        activity->clearHistory();
-        activity->clearFailure();
-        QVERIFY(!activity->latest());
-        QVERIFY(!activity->failure());
-        QVERIFY(activity->history().isEmpty());
-        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
-        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
-        QCOMPARE(m_home->defaults->data(SessionActivity::historyKey), QByteArray("[]"));
-    }
-
     void damagedStoredValuesCountAsAbsent_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<QVariant>("value");
+        QTest::newRow("nothing stored") << QString() << QVariant();
         QTest::newRow("latest not JSON") << SessionActivity::latestKey << QVariant(QByteArray("{nope"));
         QTest::newRow("latest of the wrong type") << SessionActivity::latestKey << QVariant(u"text"_s);
         QTest::newRow("failure with unknown stage")
@@ -366,8 +318,12 @@ private Q_SLOTS:
     {
         QFETCH(QString, key);
         QFETCH(QVariant, value);
-        m_home->defaults->setObject(key, value);
+        if (!key.isEmpty())
+            m_home->defaults->setObject(key, value);
         auto activity = makeActivity();
+        if (key.isEmpty()) // opening an empty store writes nothing
+            QVERIFY(m_home->defaults->keys().isEmpty());
+        QVERIFY(activity->history().isEmpty());
         QVERIFY(!activity->current());
         QVERIFY(!activity->latest());
         QVERIFY(!activity->failure());
