@@ -109,9 +109,9 @@ private Q_SLOTS:
                                   "00:00:02 : [sys] Game started\n");
         writeFile(in.multiplayerLogDirectory + u"/client_old.txt"_s, "old client log\n", base);
         writeFile(in.multiplayerLogDirectory + u"/client_new.txt"_s, "Connected to 10.1.2.3:443\n", base.addSecs(60));
-        writeFile(in.multiplayerLogDirectory + u"/client_newest.log"_s, "wrong extension\n", base.addSecs(120));
-        writeFile(in.multiplayerLogDirectory + u"/Client_upper.txt"_s, "wrong prefix\n", base.addSecs(120));
-        writeFile(in.multiplayerLogDirectory + u"/server_x.txt"_s, "not a client log\n", base.addSecs(120));
+        // Newer, but no client log: wrong extension, wrong case, wrong prefix.
+        for (const QString &name : {u"/client_newest.log"_s, u"/Client_upper.txt"_s, u"/server_x.txt"_s})
+            writeFile(in.multiplayerLogDirectory + name, "not the client log\n", base.addSecs(120));
 
         DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         QSignalSpy previewChanged(&model, &DiagnosticsModel::previewChanged);
@@ -190,11 +190,10 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<QString>>("destination");
         QTest::addColumn<std::optional<QString>>("resultKey");
         QTest::addColumn<bool>("revealed");
-        QTest::newRow("saved") << std::optional<QString>(u"out/Korvane-Diagnostics.zip"_s)
-                               << std::optional<QString>(u"diagnostics.saved"_s) << true;
-        QTest::newRow("destination cannot be written") << std::optional<QString>(u"missing/folder/x.zip"_s)
-                                                       << std::optional<QString>(u"diagnostics.failed"_s) << false;
-        QTest::newRow("cancelled") << std::optional<QString>() << std::optional<QString>() << false;
+        using Text = std::optional<QString>;
+        QTest::newRow("saved") << Text(u"out/Korvane-Diagnostics.zip"_s) << Text(u"diagnostics.saved"_s) << true;
+        QTest::newRow("destination cannot be written") << Text(u"missing/folder/x.zip"_s) << Text(u"diagnostics.failed"_s) << false;
+        QTest::newRow("cancelled") << Text() << Text() << false;
     }
 
     void exportSavesThePreview()

@@ -32,16 +32,8 @@ public:
     IcuExpression(const IcuExpression &) = delete;
     IcuExpression &operator=(const IcuExpression &) = delete;
 
-    bool found(const QString &text) const
-    {
-        UErrorCode status = U_ZERO_ERROR;
-        uregex_setText(m_expression, reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()), &status);
-        const bool result = uregex_find(m_expression, 0, &status);
-        return U_SUCCESS(status) && result;
-    }
-
     // None of the expressions matches empty text, so a plain find loop replaces as ICU's own
-    // replaceAll would, without its two-pass buffer sizing.
+    // replaceAll would, without its two-pass buffer sizing, and any match changes the text.
     QString replaceAll(const QString &text, const QString &marker) const
     {
         UErrorCode status = U_ZERO_ERROR;
@@ -56,6 +48,7 @@ public:
             qFatal("ICU replace failed: %s", u_errorName(status));
         return out + QStringView(text).mid(done);
     }
+    bool found(const QString &text) const { return replaceAll(text, QString()) != text; }
 
 private:
     URegularExpression *m_expression = nullptr;

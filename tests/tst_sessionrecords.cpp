@@ -169,10 +169,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<std::optional<QString>>("destination");
         QTest::addColumn<std::optional<QString>>("resultKey");
-        QTest::newRow("saved") << std::optional<QString>(u"Korvane-Failure.zip"_s) << std::optional<QString>(u"diagnostics.saved"_s);
-        QTest::newRow("folder missing") << std::optional<QString>(u"gone/Korvane-Failure.zip"_s)
-                                        << std::optional<QString>(u"diagnostics.failed"_s);
-        QTest::newRow("cancelled") << std::optional<QString>() << std::optional<QString>();
+        using Text = std::optional<QString>;
+        QTest::newRow("saved") << Text(u"Korvane-Failure.zip"_s) << Text(u"diagnostics.saved"_s);
+        QTest::newRow("folder missing") << Text(u"gone/Korvane-Failure.zip"_s) << Text(u"diagnostics.failed"_s);
+        QTest::newRow("cancelled") << Text() << Text();
     }
 
     void reportExport()
