@@ -46,6 +46,7 @@ private Q_SLOTS:
 
         // Sensitive keys: the whole line goes, whatever the case.
         QTest::newRow("player alone is no key") << u"Logged in as player 7"_s << anna << u"Logged in as player 7"_s;
+        QTest::newRow("steamid followed by digits") << u"steamid 76561198012345678"_s << anna << redacted;
         QTest::newRow("key in upper case") << u"AUTHORIZATION: Bearer abc"_s << anna << redacted;
         QTest::newRow("steam_id with separator") << u"[INFO] STEAM_ID=5"_s << anna << redacted;
         QTest::newRow("user name with a blank") << u"Saving user name"_s << anna << redacted;

@@ -168,6 +168,18 @@ private Q_SLOTS:
         activity->setKeepHistory(true);
         activity->begin(GameKind::ets2);
         activity->finish(LaunchStage::failed, u"launch"_s);
+        activity->clearHistory();
+        activity->clearFailure();
+        QVERIFY(!activity->latest());
+        QVERIFY(!activity->failure());
+        QVERIFY(activity->history().isEmpty());
+        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
+        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
+        QCOMPARE(m_home->defaults->data(SessionActivity::historyKey), QByteArray("[]"));
+
+        // Turning history off forgets it too, but not the latest session.
+        activity->begin(GameKind::ets2);
+        activity->finish(LaunchStage::finished);
         QCOMPARE(activity->history().size(), 1);
         activity->setKeepHistory(false);
         QVERIFY(activity->history().isEmpty());
@@ -177,13 +189,6 @@ private Q_SLOTS:
         // Switching it on again restores nothing.
         activity->setKeepHistory(true);
         QVERIFY(activity->history().isEmpty());
-
-        activity->clearHistory();
-        activity->clearFailure();
-        QVERIFY(!activity->latest());
-        QVERIFY(!activity->failure());
-        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
-        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
     }
 
     void stageFollowsConsoleText_data()
