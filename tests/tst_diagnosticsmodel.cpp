@@ -103,7 +103,9 @@ private Q_SLOTS:
 
     void previewHoldsRedactedTails()
     {
-        const DiagnosticsInput in = input();
+        DiagnosticsInput in = input();
+        const QString filler(DiagnosticsModel::launcherLogCharacters - 8, u'x');
+        in.logText = u"FIRST"_s + filler + u"LAST"_s; // one character over the bound
         const QDateTime base(QDate(2026, 2, 1), QTime(10, 0), Qt::UTC);
         writeFile(in.gameLogPath, "00:00:01.000 : Loading " + in.home.toUtf8() + "/Documents/profile.sii\n"
                                   "00:00:02 : [sys] Game started\n");
@@ -118,7 +120,7 @@ private Q_SLOTS:
         const QString preview = prepared(model, in);
         QCOMPARE(previewChanged.count(), 1);
         QCOMPARE(preview, DiagnosticsModel::summary(in)
-                              + u"\n\n--- Launcher ---\nLauncher ready\n"
+                              + u"\n\n--- Launcher ---\nIRST"_s + filler + u"LAST"
                                 u"\n\n--- Game ---\n[REDACTED: potentially identifying line]\n[IP] : [sys] Game started\n"
                                 u"\n\n--- Multiplayer client ---\nConnected to [IP]\n"_s);
     }
@@ -132,16 +134,6 @@ private Q_SLOTS:
         const QString preview = prepared(model, in);
         QVERIFY2(preview.endsWith(u"\n\n--- Launcher ---\n\n\n--- Game ---\n[unavailable]\n\n--- Multiplayer client ---\n[unavailable]"_s),
                  qPrintable(preview.right(200)));
-    }
-
-    void launcherLogIsBounded()
-    {
-        DiagnosticsInput in = input();
-        in.logText = u"FIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST"_s; // one over
-        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
-        const QString preview = prepared(model, in);
-        const QString launcher = u"--- Launcher ---\nIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST\n"_s;
-        QVERIFY(preview.contains(launcher));
     }
 
     // What the screen shows of a real model: its game, its checklist in order, its log
