@@ -195,7 +195,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("pieces");
         QTest::addColumn<LaunchStage>("stage");
-        QTest::newRow("nothing known") << QStringList{u"hello"_s} << LaunchStage(LaunchStage::steam);
         QTest::newRow("updating") << QStringList{u"Updating mod files (3/9)"_s} << LaunchStage(LaunchStage::updating);
         QTest::newRow("marker split across appends") << QStringList{u"Updating mod "_s, u"files"_s} << LaunchStage(LaunchStage::updating);
         QTest::newRow("starting wins over updating") << QStringList{u"Starting game\n"_s, u"Updating mod files\n"_s}
