@@ -65,41 +65,40 @@ private Q_SLOTS:
     void roundTrip_data()
     {
         QTest::addColumn<QString>("report");
-        QTest::newRow("plain report") << u"Korvane Mac Launcher diagnostics\nVersion: 1.0 (1)\n"_s;
-        QTest::newRow("empty report") << QString();
-        QTest::newRow("accents, emoji and CR LF") << u"\u00C1rv\u00EDzt\u0171r\u0151 t\u00FCk\u00F6rf\u00FAr\u00F3g\u00E9p \U0001F69B\r\nend"_s;
-        QString large;
+        QTest::addColumn<bool>("replacing");
+        QTest::newRow("empty report") << QString() << false;
+        QTest::newRow("accents, emoji and CR LF") << u"\u00C1rv\u00EDzt\u0171r\u0151 t\u00FCk\u00F6rf\u00FAr\u00F3g\u00E9p \U0001F69B\r\nend"_s << false;
+        QTest::newRow("replacing a world-readable file") << u"new"_s << true;
+        QString large; // distinct lines, so that the compressed stream is large too
         for (int i = 0; i < 20000; ++i)
             large += u"line "_s + QString::number(i) + u" of the game log\n"_s;
-        QTest::newRow("half a megabyte") << large;
+        QTest::newRow("half a megabyte") << large << false;
     }
 
     void roundTrip()
     {
         QFETCH(QString, report);
+        QFETCH(bool, replacing);
         const QString destination = m_dir.filePath(u"out/Korvane-Diagnostics.zip"_s);
         QVERIFY(QDir().mkpath(QFileInfo(destination).path()));
         QFile::remove(destination);
+        if (replacing) {
+            QFile old(destination);
+            QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old content") > 0);
+            old.close();
+            QVERIFY(QFile::setPermissions(destination, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
+        }
 
         DiagnosticArchive::save(report, destination, m_temporary);
 
         QCOMPARE(mode(destination), 0600);
         QVERIFY(leftovers().isEmpty());
 
-        const Run listing = run(u"unzip"_s, {u"-Z1"_s, destination});
-        QCOMPARE(listing.exitCode, 0);
-        QCOMPARE(listing.out, QByteArray("Diagnostics/\nDiagnostics/report.txt\n"));
-        const Run test = run(u"unzip"_s, {u"-tq"_s, destination});
-        QCOMPARE(test.exitCode, 0);
-        const Run content = run(u"unzip"_s, {u"-p"_s, destination, u"Diagnostics/report.txt"_s});
-        QCOMPARE(content.exitCode, 0);
-        QCOMPARE(content.out, report.toUtf8());
-
         const Run python = run(u"/usr/bin/python3"_s, {u"-c"_s, QString::fromUtf8(pythonCheck), destination});
         QCOMPARE(python.exitCode, 0);
         QCOMPARE(python.out, "Diagnostics/|Diagnostics/report.txt\n" + report.toUtf8());
 
-        // Unpacked, it is one folder holding one readable file.
+        // Unpacked by unzip, it is one folder holding one readable file.
         const QString unpacked = m_dir.filePath(u"unpacked"_s);
         QDir(unpacked).removeRecursively();
         QCOMPARE(run(u"unzip"_s, {u"-q"_s, destination, u"-d"_s, unpacked}).exitCode, 0);
@@ -107,19 +106,6 @@ private Q_SLOTS:
         QFile file(unpacked + u"/Diagnostics/report.txt"_s);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), report.toUtf8());
-    }
-
-    void replacesExistingDestination()
-    {
-        const QString destination = m_dir.filePath(u"existing.zip"_s);
-        QFile old(destination);
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("old content");
-        old.close();
-        QVERIFY(QFile::setPermissions(destination, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
-        DiagnosticArchive::save(u"new"_s, destination, m_temporary);
-        QCOMPARE(mode(destination), 0600);
-        QCOMPARE(run(u"unzip"_s, {u"-p"_s, destination, u"Diagnostics/report.txt"_s}).out, QByteArray("new"));
     }
 
     void failureLeavesNothingBehind_data()

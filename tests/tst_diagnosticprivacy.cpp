@@ -47,16 +47,13 @@ private Q_SLOTS:
         // Sensitive keys: the whole line goes, whatever the case.
         QTest::newRow("player alone is no key") << u"Logged in as player 7"_s << anna << u"Logged in as player 7"_s;
         QTest::newRow("steamid followed by digits") << u"steamid 76561198012345678"_s << anna << redacted;
-        QTest::newRow("Nickname at the start") << u"Nickname: Trucker"_s << anna << redacted;
         QTest::newRow("key in upper case") << u"AUTHORIZATION: Bearer abc"_s << anna << redacted;
         QTest::newRow("steam_id with separator") << u"[INFO] STEAM_ID=5"_s << anna << redacted;
         QTest::newRow("user name with a blank") << u"Saving user name"_s << anna << redacted;
         QTest::newRow("token inside a URL") << u"GET https://x.example/?token=abc"_s << anna << redacted;
         QTest::newRow("sharp s folds to ss") << u"Pa\u00DFwort? pa\u00DFword reset"_s << anna << redacted;
-        QTest::newRow("capital sharp s folds to ss") << u"PA\u1E9EWORD=1"_s << anna << redacted;
 
         // The home path and everything after it.
-        QTest::newRow("home path on macOS") << u"Loading /Users/anna/Library/x.cfg now"_s << anna << u"Loading [PATH]"_s;
         QTest::newRow("home path on Linux") << u"Reading /home/anna/.local/share/x.log"_s << u"/home/anna"_s << u"Reading [PATH]"_s;
         QTest::newRow("home is case-sensitive") << u"Reading /HOME/ANNA/x"_s << u"/home/anna"_s << u"Reading /HOME/ANNA/x"_s;
         QTest::newRow("literal home marker") << u"Marker [HOME] here"_s << anna << u"Marker [PATH]"_s;
@@ -65,43 +62,37 @@ private Q_SLOTS:
         // E-mail addresses and web addresses.
         QTest::newRow("e-mail address") << u"Contact anna.kovacs+ets@example.co.uk today"_s << anna << u"Contact [EMAIL] today"_s;
         QTest::newRow("e-mail in a URL") << u"Open https://example.com/?mail=anna@example.org"_s << anna << u"Open [URL]"_s;
-        QTest::newRow("URL up to a blank") << u"see https://api.korvane.example/v2/servers?x=1 for more"_s << anna << u"see [URL] for more"_s;
-        QTest::newRow("URL up to a quote") << u"GET \"http://a.example/x\" 200"_s << anna << u"GET \"[URL]\" 200"_s;
-        QTest::newRow("URL up to an angle bracket") << u"<https://a.example/x>"_s << anna << u"<[URL]>"_s;
-        QTest::newRow("URL up to a no-break space") << u"https://a.example/x\u00A0next"_s << anna << u"[URL]\u00A0next"_s;
+        QTest::newRow("URL up to a blank or no-break space")
+            << u"see https://a.example/v2?x=1 or https://b.example/x\u00A0next"_s << anna << u"see [URL] or [URL]\u00A0next"_s;
+        QTest::newRow("URL up to a quote or angle bracket")
+            << u"GET \"http://a.example/x\" <https://b.example/y>"_s << anna << u"GET \"[URL]\" <[URL]>"_s;
 
         // Long numbers: 15 to 20 digits.
         QTest::newRow("14 digits stay") << u"owner 76561198012345"_s << anna << u"owner 76561198012345"_s;
         QTest::newRow("15 digits") << u"owner 765611980123456"_s << anna << u"owner [ID]"_s;
-        QTest::newRow("17 digits") << u"owner 76561198012345678"_s << anna << u"owner [ID]"_s;
         QTest::newRow("20 digits") << u"owner 76561198012345678901"_s << anna << u"owner [ID]"_s;
         QTest::newRow("21 digits stay") << u"owner 765611980123456789012"_s << anna << u"owner 765611980123456789012"_s;
         QTest::newRow("digits glued to a letter stay") << u"x76561198012345678"_s << anna << u"x76561198012345678"_s;
         QTest::newRow("Arabic-Indic digits") << u"owner \u0667\u0666\u0665\u0666\u0661\u0661\u0669\u0668\u0660\u0661\u0662\u0663\u0664\u0665\u0666\u0667\u0668"_s
                                              << anna << u"owner [ID]"_s;
-        // ICU's word boundaries: a superscript is no word character, a combining mark belongs to
-        // the character before it, a format character is never a boundary.
+        // ICU's word boundaries (compared with ICU itself elsewhere): a superscript is no word
+        // character, a combining mark belongs to the character before it; a long run of marks is
+        // where ours gives up and withholds the line.
         QTest::newRow("superscript after digits") << u"76561198012345678\u00B2"_s << anna << u"[ID]\u00B2"_s;
         QTest::newRow("combining mark after digits") << u"76561198012345678\u0301"_s << anna << u"76561198012345678\u0301"_s;
-        QTest::newRow("zero-width space after digits") << u"76561198012345678\u200B"_s << anna << u"76561198012345678\u200B"_s;
-        QTest::newRow("accented letter before digits") << u"e\u030176561198012345678"_s << anna << u"e\u030176561198012345678"_s;
         QTest::newRow("five marks in a row: withheld") << u"x\u0301\u0301\u0301\u0301\u0301::1"_s << anna << redacted;
         QTest::newRow("four marks in a row: redacted") << u"x\u0301\u0301\u0301\u0301::1"_s << anna << u"x\u0301\u0301\u0301\u0301[IP]"_s;
-        QTest::newRow("stray mark after a blank") << u" \u030176561198012345678"_s << anna << u" \u0301[ID]"_s;
 
         // Network addresses.
         QTest::newRow("IPv4 with port") << u"Connected to 192.168.1.20:27015"_s << anna << u"Connected to [IP]"_s;
-        QTest::newRow("IPv4 without port") << u"ping 10.0.0.1 ok"_s << anna << u"ping [IP] ok"_s;
         QTest::newRow("four-part version reads as an address") << u"Game version 1.49.2.6"_s << anna << u"Game version [IP]"_s;
         QTest::newRow("IPv6") << u"Resolved 2001:db8:85a3::8a2e:370:7334"_s << anna << u"Resolved [IP]"_s;
         QTest::newRow("IPv6 in brackets with port") << u"to [fe80::1]:443"_s << anna << u"to [[IP]]:443"_s;
-        QTest::newRow("clock time reads as IPv6 groups") << u"12:34:56 ready"_s << anna << u"[IP] ready"_s;
 
         // Paths under the six roots, and Windows drives.
         QTest::newRow("Windows path") << u"Steam at C:\\Program Files (x86)\\Steam"_s << anna << u"Steam at [PATH]"_s;
         QTest::newRow("lower-case drive") << u"z:\\users\\x"_s << anna << u"[PATH]"_s;
         QTest::newRow("path under /opt stays") << u"Using /opt/cxoffice/bin/wine"_s << anna << u"Using /opt/cxoffice/bin/wine"_s;
-        QTest::newRow("path under /tmp") << u"Writing /tmp/korvane/x.txt"_s << anna << u"Writing [PATH]"_s;
         QTest::newRow("another volume") << u"Mounted /Volumes/Games/ETS2"_s << anna << u"Mounted [PATH]"_s;
         QTest::newRow("path swallows later markers") << u"Copied C:\\Users\\anna\\x to 10.0.0.1"_s << anna << u"Copied [PATH]"_s;
 
@@ -110,7 +101,6 @@ private Q_SLOTS:
         QTest::newRow("upper-case UUID") << u"id=E621E1F8-C36C-495A-93FC-0C247A3E6E5F"_s << anna << u"id=[UUID]"_s;
 
         // Lines.
-        QTest::newRow("empty input") << QString() << anna << QString();
         QTest::newRow("final line break kept") << u"line\n"_s << anna << u"line\n"_s;
         QTest::newRow("CR LF gives an empty line") << u"one\r\ntwo"_s << anna << u"one\n\ntwo"_s;
         QTest::newRow("Unicode separators split") << u"a\u0085b\u2028c\u2029d\u000Be\u000Cf"_s << anna << u"a\nb\nc\nd\ne\nf"_s;
@@ -132,11 +122,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
 
         const QByteArray lines = numberedLines(2000); // 200,000 bytes
-        QByteArray expectedTail;
-        for (int i = 690; i < 2000; ++i) // 200,000 - 131,072 = 68,928: inside line 689
-            expectedTail += lines.mid(i * 100, 100);
+        const QByteArray expectedTail = lines.mid(690 * 100); // 200,000 - 131,072 = 68,928: inside line 689
 
-        QTest::newRow("1,000 bytes: the whole file") << numberedLines(10) << qint64(131072) << QString::fromUtf8(numberedLines(10));
         QTest::newRow("exactly the bound: the whole file") << numberedLines(1311).left(131072) << qint64(131072)
                                                            << QString::fromUtf8(numberedLines(1311).left(131072));
         QTest::newRow("one byte over: first line dropped") << QByteArray("x\n" + numberedLines(1311).left(131071)) << qint64(131072)
@@ -144,7 +131,6 @@ private Q_SLOTS:
         QTest::newRow("200,000 bytes: last 131,072 without the partial line") << lines << qint64(131072) << QString::fromUtf8(expectedTail);
         QTest::newRow("no line break in the tail") << QByteArray(200000, 'x') << qint64(131072) << QString();
         QTest::newRow("character cut at the seek point") << QByteArray("\xe2\x82\xac\xe2\x82\xac\xe2\x82\xac\nxyz\n") << qint64(10) << u"xyz\n"_s;
-        QTest::newRow("cut character on the only line") << QByteArray("\xe2\x82\xac\xe2\x82\xac\xe2\x82\xac") << qint64(4) << QString();
         QTest::newRow("invalid UTF-8 kept as replacement") << QByteArray("a\xff" "b\n") << qint64(131072) << u"a\uFFFDb\n"_s;
         QTest::newRow("empty file") << QByteArray() << qint64(131072) << QString();
         QTest::newRow("zero bound") << QByteArray("abc\n") << qint64(0) << QString();
@@ -167,6 +153,7 @@ private Q_SLOTS:
         QTest::newRow("missing file") << u"missing"_s;
         QTest::newRow("named pipe") << u"fifo"_s;
         QTest::newRow("empty path") << u"empty"_s;
+        QTest::newRow("unreadable file") << u"locked"_s;
     }
 
     void tailOfSomethingElse()
@@ -182,17 +169,12 @@ private Q_SLOTS:
             QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
         else if (kind == u"empty"_s)
             path.clear();
+        else if (kind == u"locked"_s && ::geteuid() == 0)
+            QSKIP("root reads files whatever their permissions");
+        else if (kind == u"locked"_s)
+            QVERIFY(QFile::copy(target, path) && QFile::setPermissions(path, {}));
         QCOMPARE(DiagnosticPrivacy::tail(path), u"[unavailable]"_s);
         QVERIFY(!DiagnosticPrivacy::readTail(path).has_value());
-    }
-
-    void tailOfUnreadableFile()
-    {
-        if (::geteuid() == 0)
-            QSKIP("root reads files whatever their permissions");
-        const QString path = writeFile(u"locked.log"_s, "x\n");
-        QVERIFY(QFile::setPermissions(path, {}));
-        QCOMPARE(DiagnosticPrivacy::tail(path), u"[unavailable]"_s);
     }
 
     void tailOfHugeSparseFile()
@@ -213,12 +195,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<qsizetype>("count");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("shorter than the bound") << u"abc"_s << qsizetype(5) << u"abc"_s;
         QTest::newRow("ASCII cut") << u"abcdef"_s << qsizetype(3) << u"def"_s;
         QTest::newRow("CR LF is one character") << u"ab\r\ncd"_s << qsizetype(3) << u"\r\ncd"_s;
-        QTest::newRow("CR LF at the cut") << u"a\r\n\r\n"_s << qsizetype(2) << u"\r\n\r\n"_s;
         QTest::newRow("decomposed accent is one character") << u"xe\u0301e\u0301"_s << qsizetype(2) << u"e\u0301e\u0301"_s;
-        QTest::newRow("flag is one character") << u"a\U0001F1ED\U0001F1FAb"_s << qsizetype(2) << u"\U0001F1ED\U0001F1FAb"_s;
         QTest::newRow("family emoji is one character") << u"ab\U0001F468\u200D\U0001F469\u200D\U0001F467"_s << qsizetype(2)
                                                        << u"b\U0001F468\u200D\U0001F469\u200D\U0001F467"_s;
         QTest::newRow("accent before ASCII tail") << u"e\u0301abc"_s << qsizetype(3) << u"abc"_s;

@@ -103,22 +103,24 @@ private Q_SLOTS:
 
     void previewHoldsRedactedTails()
     {
-        const DiagnosticsInput in = input();
+        DiagnosticsInput in = input();
+        const QString filler(DiagnosticsModel::launcherLogCharacters - 8, u'x');
+        in.logText = u"FIRST"_s + filler + u"LAST"_s; // one character over the bound
         const QDateTime base(QDate(2026, 2, 1), QTime(10, 0), Qt::UTC);
         writeFile(in.gameLogPath, "00:00:01.000 : Loading " + in.home.toUtf8() + "/Documents/profile.sii\n"
                                   "00:00:02 : [sys] Game started\n");
         writeFile(in.multiplayerLogDirectory + u"/client_old.txt"_s, "old client log\n", base);
         writeFile(in.multiplayerLogDirectory + u"/client_new.txt"_s, "Connected to 10.1.2.3:443\n", base.addSecs(60));
-        writeFile(in.multiplayerLogDirectory + u"/client_newest.log"_s, "wrong extension\n", base.addSecs(120));
-        writeFile(in.multiplayerLogDirectory + u"/Client_upper.txt"_s, "wrong prefix\n", base.addSecs(120));
-        writeFile(in.multiplayerLogDirectory + u"/server_x.txt"_s, "not a client log\n", base.addSecs(120));
+        // Newer, but no client log: wrong extension, wrong case, wrong prefix.
+        for (const QString &name : {u"/client_newest.log"_s, u"/Client_upper.txt"_s, u"/server_x.txt"_s})
+            writeFile(in.multiplayerLogDirectory + name, "not the client log\n", base.addSecs(120));
 
         DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
         QSignalSpy previewChanged(&model, &DiagnosticsModel::previewChanged);
         const QString preview = prepared(model, in);
         QCOMPARE(previewChanged.count(), 1);
         QCOMPARE(preview, DiagnosticsModel::summary(in)
-                              + u"\n\n--- Launcher ---\nLauncher ready\n"
+                              + u"\n\n--- Launcher ---\nIRST"_s + filler + u"LAST"
                                 u"\n\n--- Game ---\n[REDACTED: potentially identifying line]\n[IP] : [sys] Game started\n"
                                 u"\n\n--- Multiplayer client ---\nConnected to [IP]\n"_s);
     }
@@ -132,16 +134,6 @@ private Q_SLOTS:
         const QString preview = prepared(model, in);
         QVERIFY2(preview.endsWith(u"\n\n--- Launcher ---\n\n\n--- Game ---\n[unavailable]\n\n--- Multiplayer client ---\n[unavailable]"_s),
                  qPrintable(preview.right(200)));
-    }
-
-    void launcherLogIsBounded()
-    {
-        DiagnosticsInput in = input();
-        in.logText = u"FIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST"_s; // one over
-        DiagnosticsModel model(m_panels, &m_desktop, m_home->paths.temporary);
-        const QString preview = prepared(model, in);
-        const QString launcher = u"--- Launcher ---\nIRST"_s + QString(DiagnosticsModel::launcherLogCharacters - 8, u'x') + u"LAST\n"_s;
-        QVERIFY(preview.contains(launcher));
     }
 
     // What the screen shows of a real model: its game, its checklist in order, its log
@@ -190,11 +182,10 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<QString>>("destination");
         QTest::addColumn<std::optional<QString>>("resultKey");
         QTest::addColumn<bool>("revealed");
-        QTest::newRow("saved") << std::optional<QString>(u"out/Korvane-Diagnostics.zip"_s)
-                               << std::optional<QString>(u"diagnostics.saved"_s) << true;
-        QTest::newRow("destination cannot be written") << std::optional<QString>(u"missing/folder/x.zip"_s)
-                                                       << std::optional<QString>(u"diagnostics.failed"_s) << false;
-        QTest::newRow("cancelled") << std::optional<QString>() << std::optional<QString>() << false;
+        using Text = std::optional<QString>;
+        QTest::newRow("saved") << Text(u"out/Korvane-Diagnostics.zip"_s) << Text(u"diagnostics.saved"_s) << true;
+        QTest::newRow("destination cannot be written") << Text(u"missing/folder/x.zip"_s) << Text(u"diagnostics.failed"_s) << false;
+        QTest::newRow("cancelled") << Text() << Text() << false;
     }
 
     void exportSavesThePreview()

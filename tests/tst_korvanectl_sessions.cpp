@@ -1,48 +1,26 @@
 #include "platform/clock_fake.h"
 #include "sessions/sessionactivity.h"
-#include "support/testhome.h"
+#include "support/korvanectl.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
 
-namespace {
-struct Result {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-} // namespace
-
-// korvanectl as a user runs it, over a test home: its store is the home's standard one.
 class TestKorvanectlSessions : public QObject {
     Q_OBJECT
 
 private:
     std::unique_ptr<TestHome> m_home;
 
-    QString standardDefaultsPath() const { return m_home->paths.home + u"/.config/korvane-launcher/defaults.json"_s; }
-
-    Result korvanectl(const QStringList &arguments, const QByteArray &input = {})
+    // No CrossOver installed, whatever the machine has.
+    CliResult korvanectl(const QStringList &arguments, const QByteArray &input = {})
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"HOME"_s, m_home->paths.home);
-        environment.insert(u"XDG_CONFIG_HOME"_s, m_home->paths.home + u"/.config"_s);
-        environment.insert(u"XDG_DATA_HOME"_s, m_home->paths.home + u"/.local/share"_s);
-        environment.insert(u"TMPDIR"_s, m_home->paths.temporary);
-        environment.insert(u"CX_ROOT"_s, m_home->root() + u"/no-crossover"_s);
-        process.setProcessEnvironment(environment);
-        process.start(qEnvironmentVariable("KVN_KORVANECTL"), arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
-            return {};
-        return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+        QProcessEnvironment noCrossOver;
+        noCrossOver.insert(u"CX_ROOT"_s, m_home->root() + u"/no-crossover"_s);
+        return runKorvanectl(*m_home, arguments, input, noCrossOver);
     }
 
     void writeFile(const QString &path, const QByteArray &content)
@@ -61,20 +39,20 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QByteArray>("input");
-        QTest::addColumn<QByteArray>("output");
+        QTest::addColumn<QString>("output");
         QTest::newRow("standard home") << QStringList{u"redact"_s} << QByteArray("at HOME/x.cfg\nowner 76561198012345678\n")
-                                       << QByteArray("at [PATH]\nowner [ID]\n");
-        QTest::newRow("given home") << QStringList{u"redact"_s, u"--home"_s, u"/Users/anna"_s}
-                                    << QByteArray("Loading /Users/anna/Library/x.cfg now\r\nok") << QByteArray("Loading [PATH]\n\nok");
-        QTest::newRow("invalid UTF-8 survives") << QStringList{u"redact"_s} << QByteArray("a\xff\n") << QByteArray("a\xef\xbf\xbd\n");
+                                       << u"at [PATH]\nowner [ID]\n"_s;
+        QTest::newRow("given home") << QStringList{u"redact"_s, u"--home"_s, u"/home/anna"_s}
+                                    << QByteArray("Loading /home/anna/x.cfg now\r\nok") << u"Loading [PATH]\n\nok"_s;
+        QTest::newRow("invalid UTF-8 survives") << QStringList{u"redact"_s} << QByteArray("a\xff\n") << u"a\uFFFD\n"_s;
     }
 
     void redact()
     {
         QFETCH(QStringList, arguments);
         QFETCH(QByteArray, input);
-        QFETCH(QByteArray, output);
-        const Result result = korvanectl(arguments, input.replace("HOME", m_home->paths.home.toUtf8()));
+        QFETCH(QString, output);
+        const CliResult result = korvanectl(arguments, input.replace("HOME", m_home->paths.home.toUtf8()));
         QCOMPARE(result.exitCode, 0);
         QCOMPARE(result.out, output);
     }
@@ -83,22 +61,22 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("output");
-        QTest::newRow("bounded") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"8"_s} << 0 << QByteArray("second\n");
-        QTest::newRow("missing file") << QStringList{u"tail"_s, u"NOFILE"_s} << 1 << QByteArray("[unavailable]\n");
-        QTest::newRow("bound that is no number") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"many"_s} << 2 << QByteArray();
+        QTest::addColumn<QString>("output");
+        QTest::newRow("bounded") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"8"_s} << 0 << u"second\n"_s;
+        QTest::newRow("missing file") << QStringList{u"tail"_s, u"NOFILE"_s} << 1 << u"[unavailable]\n"_s;
+        QTest::newRow("bound that is no number") << QStringList{u"tail"_s, u"LOG"_s, u"--max"_s, u"many"_s} << 2 << QString();
     }
 
     void tail()
     {
         QFETCH(QStringList, arguments);
         QFETCH(int, exitCode);
-        QFETCH(QByteArray, output);
+        QFETCH(QString, output);
         const QString log = m_home->root() + u"/game.log.txt"_s;
         writeFile(log, "first\nsecond\n");
         arguments.replaceInStrings(u"NOFILE"_s, m_home->root() + u"/nothing.txt"_s);
         arguments.replaceInStrings(u"LOG"_s, log);
-        const Result result = korvanectl(arguments);
+        const CliResult result = korvanectl(arguments);
         QCOMPARE(result.exitCode, exitCode);
         QCOMPARE(result.out, output);
     }
@@ -107,16 +85,16 @@ private Q_SLOTS:
     {
         FakeClock clock;
         {
-            JsonUserDefaults defaults(standardDefaultsPath());
+            JsonUserDefaults defaults(korvanectlDefaultsPath(*m_home));
             SessionActivity activity(defaults, clock, {m_home->paths.home, {}, u"Test OS"_s});
             activity.setKeepHistory(true);
             activity.begin(GameKind::ets2);
             activity.finish(LaunchStage::failed, u"exit_7"_s);
             activity.begin(GameKind::ats); // still open: the launcher is running
         }
-        const Result result = korvanectl({u"sessions"_s, u"--json"_s});
+        const CliResult result = korvanectl({u"sessions"_s, u"--json"_s});
         QCOMPARE(result.exitCode, 0);
-        const QJsonObject stored = QJsonDocument::fromJson(result.out).object();
+        const QJsonObject stored = QJsonDocument::fromJson(result.out.toUtf8()).object();
         QCOMPARE(stored.value(u"keepHistory"_s).toBool(), true);
         QCOMPARE(stored.value(u"current"_s).toObject().value(u"stage"_s).toString(), u"checking"_s);
         QCOMPARE(stored.value(u"current"_s).toObject().value(u"game"_s).toString(), u"American Truck Simulator"_s);
@@ -125,36 +103,35 @@ private Q_SLOTS:
         QCOMPARE(stored.value(u"failure"_s).toObject().value(u"reason"_s).toString(), u"exit_7"_s);
 
         // Looking does not close the open session.
-        JsonUserDefaults after(standardDefaultsPath());
+        JsonUserDefaults after(korvanectlDefaultsPath(*m_home));
         QVERIFY(after.contains(SessionActivity::activeKey));
 
-        const Result text = korvanectl({u"sessions"_s});
+        const CliResult text = korvanectl({u"sessions"_s});
         QCOMPARE(text.exitCode, 0);
-        QVERIFY(text.out.contains("failure report: "));
-        QVERIFY(text.out.contains("Reason: exit_7"));
-        QVERIFY(text.out.contains("history: 1\n"));
+        QVERIFY(text.out.contains(u"failure report: "_s));
+        QVERIFY(text.out.contains(u"Reason: exit_7"_s));
+        QVERIFY(text.out.contains(u"history: 1\n"_s));
     }
 
     void diagnosticsOfTheStoredGame()
     {
-        JsonUserDefaults(standardDefaultsPath()).setString(u"game"_s, u"American Truck Simulator"_s);
+        JsonUserDefaults(korvanectlDefaultsPath(*m_home)).setString(u"game"_s, u"American Truck Simulator"_s);
         writeFile(m_home->paths.home + u"/Documents/American Truck Simulator/game.log.txt"_s,
                   "Loaded " + m_home->paths.home.toUtf8() + "/Documents/x\nDone\n");
         writeFile(m_home->paths.home + u"/Documents/ATSKVN/logs/client_1.txt"_s, "client says hi\n");
         const QString zip = m_home->root() + u"/Korvane-Diagnostics.zip"_s;
 
-        const Result result = korvanectl({u"diagnostics"_s, u"-o"_s, zip, u"--print"_s});
+        const CliResult result = korvanectl({u"diagnostics"_s, u"-o"_s, zip, u"--print"_s});
         QCOMPARE(result.exitCode, 0);
-        QVERIFY(result.out.startsWith("Korvane Mac Launcher diagnostics\n"));
-        QVERIFY(result.out.contains("Game: American Truck Simulator\n"));
-        QVERIFY(result.out.contains("\n--- Game ---\nLoaded [PATH]\nDone\n"));
-        QVERIFY(result.out.contains("\n--- Multiplayer client ---\nclient says hi\n"));
-        QVERIFY(result.out.contains("CrossOver: unavailable\n"));
+        QVERIFY(result.out.startsWith(u"Korvane Mac Launcher diagnostics\n"_s));
+        for (const QString &part : {u"\nGame: American Truck Simulator\n"_s, u"\nCrossOver: unavailable\n"_s,
+                                    u"\n--- Game ---\nLoaded [PATH]\nDone\n"_s, u"\n--- Multiplayer client ---\nclient says hi\n"_s})
+            QVERIFY2(result.out.contains(part), qPrintable(part));
 
         QProcess unzip;
         unzip.start(u"unzip"_s, {u"-p"_s, zip, u"Diagnostics/report.txt"_s});
         QVERIFY(unzip.waitForFinished(60000));
-        QCOMPARE(unzip.readAllStandardOutput(), result.out);
+        QCOMPARE(QString::fromUtf8(unzip.readAllStandardOutput()), result.out);
     }
 
     void diagnosticsNeedsSomethingToDo()

@@ -32,46 +32,33 @@ public:
     IcuExpression(const IcuExpression &) = delete;
     IcuExpression &operator=(const IcuExpression &) = delete;
 
-    bool found(const QString &text) const
-    {
-        UErrorCode status = U_ZERO_ERROR;
-        uregex_setText(m_expression, reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()), &status);
-        const bool result = uregex_find(m_expression, 0, &status);
-        return U_SUCCESS(status) && result;
-    }
-
+    // None of the expressions matches empty text, so a plain find loop replaces as ICU's own
+    // replaceAll would, without its two-pass buffer sizing, and any match changes the text.
     QString replaceAll(const QString &text, const QString &marker) const
     {
         UErrorCode status = U_ZERO_ERROR;
         uregex_setText(m_expression, reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()), &status);
-        const auto replacement = reinterpret_cast<const UChar *>(marker.utf16());
-        const int32_t needed = uregex_replaceAll(m_expression, replacement, int32_t(marker.size()), nullptr, 0, &status);
-        if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status))
+        QString out;
+        int32_t done = 0;
+        while (uregex_findNext(m_expression, &status)) {
+            out += QStringView(text).mid(done, uregex_start(m_expression, 0, &status) - done) + marker;
+            done = uregex_end(m_expression, 0, &status);
+        }
+        if (U_FAILURE(status))
             qFatal("ICU replace failed: %s", u_errorName(status));
-        QString out(needed, Qt::Uninitialized);
-        status = U_ZERO_ERROR;
-        uregex_setText(m_expression, reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()), &status);
-        uregex_replaceAll(m_expression, replacement, int32_t(marker.size()), reinterpret_cast<UChar *>(out.data()),
-                          needed, &status);
-        if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING)
-            qFatal("ICU replace failed: %s", u_errorName(status));
-        return out;
+        return out + QStringView(text).mid(done);
     }
+    bool found(const QString &text) const { return replaceAll(text, QString()) != text; }
 
 private:
     URegularExpression *m_expression = nullptr;
 };
 
+// Every line-breaking character ends a line, so CR LF leaves an empty line between.
 QStringList splitLines(const QString &text)
 {
-    QStringList lines{QString()};
-    for (const QChar c : text) {
-        if (c == u'\n' || c == u'\r' || c == u'\u000B' || c == u'\u000C' || c == u'\u0085' || c == u'\u2028' || c == u'\u2029')
-            lines.append(QString());
-        else
-            lines.last() += c;
-    }
-    return lines;
+    static const QRegularExpression breaks(u"[\\n\\r\\x{0B}\\x{0C}\\x{85}\\x{2028}\\x{2029}]"_s);
+    return text.split(breaks);
 }
 
 // Lines ours withholds on purpose: five or more combining or format characters in a row, where
@@ -116,14 +103,6 @@ QString icuRedact(const QString &text, const QString &home)
     return lines.join(u'\n');
 }
 
-QString visible(const QString &line)
-{
-    QString out;
-    for (const QChar c : line)
-        out += c.unicode() < 0x20 || c.unicode() > 0x7e ? u"\\u"_s + QString::number(c.unicode(), 16).rightJustified(4, u'0') : QString(c);
-    return out;
-}
-
 } // namespace
 #endif
 
@@ -135,9 +114,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
 
-        QTest::newRow("log lines") << u"Connected to 192.168.1.20:27015\nowner 76561198012345678 at 12:34:56\n"
-                                      u"Open https://example.com/?mail=anna@example.org\nC:\\Users\\anna\\x to 10.0.0.1\n"
-                                      u"Session 123e4567-e89b-12d3-a456-426614174000 opened\r\nLogged in as player 7\n"_s;
+        // ICU's word boundaries: a superscript is no word character, a combining mark belongs to
+        // the character before it, a format character is never a boundary.
         QTest::newRow("word boundaries around marks and symbols")
             << u"76561198012345678\u00B2\n76561198012345678\u0301\n76561198012345678\u200B\ne\u030176561198012345678\n"
                u" \u030176561198012345678\n\u200B76561198012345678\n_76561198012345678\n\u203F76561198012345678\n"
@@ -148,14 +126,10 @@ private Q_SLOTS:
         QTest::newRow("white space in addresses") << u"https://a.example/x\u00A0b https://c.example/y\u3000d https://e\u2007f"_s;
 
         // Random lines from the pieces that matter; the seed is fixed, so a failure repeats.
-        const QStringList pieces = {
-            u"1"_s, u"7"_s, u"0"_s, u"12345678"_s, u"765611980"_s, u"a"_s, u"F"_s, u"x"_s, u"Z"_s, u" "_s, u":"_s,
-            u"::"_s, u"."_s, u"-"_s, u"@"_s, u"/"_s, u"\\"_s, u"_"_s, u"%"_s, u"\""_s, u"<"_s, u"e\u0301"_s,
-            u"\u0301"_s, u"\u200B"_s, u"\u200D"_s, u"\u00B2"_s, u"\u0667"_s, u"\u00DF"_s, u"\u212A"_s, u"\u017F"_s,
-            u"\u00E9"_s, u"http://"_s, u"https://"_s, u"/Users/"_s, u"/tmp/"_s, u"C:\\"_s, u"steam"_s, u"id"_s,
-            u"\u00A0"_s, u"\u2028"_s, u"\r\n"_s, u"\n"_s, u"\u0085"_s, u"192.168."_s, u"\U0001F69B"_s, u"\u0130"_s,
-            u"\u0131"_s, u"abc"_s, u"anna"_s, u"\u0301\u0301\u0301"_s, u".com"_s, u"\u203F"_s, u"\u0600"_s,
-        };
+        const QStringList pieces = u"1|7|0|12345678|765611980|a|F|x|Z| |:|::|.|-|@|/|\\|_|%|\"|<|e\u0301|\u0301|\u200B|"
+                                   u"\u200D|\u00B2|\u0667|\u00DF|\u212A|\u017F|\u00E9|http://|https://|/Users/|/tmp/|"
+                                   u"C:\\|steam|id|\u00A0|\u2028|\r\n|\n|\u0085|192.168.|\U0001F69B|\u0130|\u0131|"
+                                   u"abc|anna|\u0301\u0301\u0301|.com|\u203F|\u0600"_s.split(u'|');
         QRandomGenerator random(20260301);
         for (int block = 0; block < 12; ++block) {
             QString text;
@@ -176,16 +150,15 @@ private Q_SLOTS:
 #else
         QFETCH(QString, text);
         const QString home = u"/Users/anna"_s;
-        const QStringList ours = DiagnosticPrivacy::redact(text, home).split(u'\n');
-        const QStringList icu = icuRedact(text, home).split(u'\n');
         const QStringList input = splitLines(text);
-        QCOMPARE(ours.size(), icu.size());
-        QCOMPARE(ours.size(), input.size());
-        for (qsizetype i = 0; i < ours.size(); ++i) {
-            const QString expected = hasLongIgnoredRun(input.at(i)) ? u"[REDACTED: potentially identifying line]"_s : icu.at(i);
-            QVERIFY2(ours.at(i) == expected,
-                     qPrintable(u"line "_s + QString::number(i) + u"\n  ours: "_s + visible(ours.at(i)) + u"\n  ICU:  "_s + visible(expected)));
+        QStringList expected = icuRedact(text, home).split(u'\n');
+        QCOMPARE(expected.size(), input.size());
+        for (qsizetype i = 0; i < input.size(); ++i) {
+            if (hasLongIgnoredRun(input.at(i)))
+                expected[i] = u"[REDACTED: potentially identifying line]"_s;
         }
+        // QCOMPARE names the first line that differs and shows both with escapes.
+        QCOMPARE(DiagnosticPrivacy::redact(text, home).split(u'\n'), expected);
 #endif
     }
 };

@@ -17,15 +17,6 @@ QString reportLog(const SessionActivity &activity)
     const qsizetype at = text.indexOf(logHeading);
     return at < 0 ? QString() : text.mid(at + logHeading.size());
 }
-
-QString repeated(const QString &piece, int count)
-{
-    QString out;
-    out.reserve(piece.size() * count);
-    for (int i = 0; i < count; ++i)
-        out += piece;
-    return out;
-}
 } // namespace
 
 class TestSessionActivity : public QObject {
@@ -35,15 +26,11 @@ private:
     std::unique_ptr<TestHome> m_home;
     FakeClock m_clock;
 
-    FailureReport::Environment environment() const
+    std::unique_ptr<SessionActivity> makeActivity(UserDefaults *defaults = nullptr)
     {
-        return {m_home->paths.home, {{u"CFBundleShortVersionString"_s, u"1.0.0"_s}}, u"Test OS 1"_s};
+        const FailureReport::Environment environment{m_home->paths.home, {{u"CFBundleShortVersionString"_s, u"1.0.0"_s}}, u"Test OS 1"_s};
+        return std::make_unique<SessionActivity>(defaults ? *defaults : *m_home->defaults, m_clock, environment);
     }
-    std::unique_ptr<SessionActivity> makeActivity(UserDefaults &defaults)
-    {
-        return std::make_unique<SessionActivity>(defaults, m_clock, environment());
-    }
-    std::unique_ptr<SessionActivity> makeActivity() { return makeActivity(*m_home->defaults); }
 
 private Q_SLOTS:
     void init()
@@ -52,17 +39,6 @@ private Q_SLOTS:
         m_clock.set(QDateTime(QDate(2026, 3, 1), QTime(20, 0), Qt::UTC));
     }
     void cleanup() { m_home.reset(); }
-
-    void newStoreIsEmpty()
-    {
-        const auto activity = makeActivity();
-        QVERIFY(!activity->current());
-        QVERIFY(!activity->latest());
-        QVERIFY(!activity->failure());
-        QVERIFY(activity->history().isEmpty());
-        QVERIFY(!activity->keepHistory());
-        QVERIFY(m_home->defaults->keys().isEmpty());
-    }
 
     void openSessionRecoveredAsInterrupted_data()
     {
@@ -87,13 +63,12 @@ private Q_SLOTS:
         m_clock.advance(3600 * 1000);
 
         auto reopened = m_home->reopenDefaults();
-        const auto second = makeActivity(*reopened);
+        const auto second = makeActivity(reopened.get());
         QVERIFY(!second->current());
         QVERIFY(second->latest());
         QCOMPARE(second->latest()->id, id);
         QCOMPARE(second->latest()->stage, LaunchStage(LaunchStage::interrupted));
         QCOMPARE(second->latest()->ended, std::optional<QDateTime>(m_clock.now()));
-        QCOMPARE(second->latest()->playSeconds(m_clock.now()), std::optional<qint64>());
         QVERIFY(!second->failure());
         QVERIFY(!reopened->contains(SessionActivity::activeKey));
         QCOMPARE(second->history().size(), keepHistory ? 1 : 0);
@@ -118,19 +93,23 @@ private Q_SLOTS:
         QVERIFY(!activity->failure());
     }
 
-    void failedFinishCapturesReport_data()
+    void finishRecordsTheSession_data()
     {
+        QTest::addColumn<LaunchStage>("stage");
         QTest::addColumn<std::optional<QString>>("reason");
-        QTest::addColumn<QString>("reportedReason");
-        QTest::newRow("without a reason") << std::optional<QString>() << u"unexpected"_s;
-        QTest::newRow("exit status") << std::optional<QString>(u"exit_1"_s) << u"exit_1"_s;
-        QTest::newRow("startup freeze") << std::optional<QString>(u"startup_freeze"_s) << u"startup_freeze"_s;
+        QTest::addColumn<std::optional<QString>>("reportedReason"); // none: no report
+        using Text = std::optional<QString>;
+        QTest::newRow("failed without a reason") << LaunchStage(LaunchStage::failed) << Text() << Text(u"unexpected"_s);
+        QTest::newRow("failed: startup freeze") << LaunchStage(LaunchStage::failed) << Text(u"startup_freeze"_s) << Text(u"startup_freeze"_s);
+        QTest::newRow("finished") << LaunchStage(LaunchStage::finished) << Text(u"ignored"_s) << Text();
+        QTest::newRow("cancelled") << LaunchStage(LaunchStage::cancelled) << Text(u"ignored"_s) << Text();
     }
 
-    void failedFinishCapturesReport()
+    void finishRecordsTheSession()
     {
+        QFETCH(LaunchStage, stage);
         QFETCH(std::optional<QString>, reason);
-        QFETCH(QString, reportedReason);
+        QFETCH(std::optional<QString>, reportedReason);
         auto activity = makeActivity();
         QSignalSpy failureChanged(activity.get(), &SessionActivity::failureChanged);
         activity->begin(GameKind::ets2);
@@ -138,45 +117,31 @@ private Q_SLOTS:
         activity->retry();
         activity->append(u"Starting game\nLoading "_s + m_home->paths.home + u"/Documents/x.sii\n"_s);
         m_clock.advance(1000);
-        activity->finish(LaunchStage::failed, reason);
+        activity->finish(stage, reason);
 
         QVERIFY(!activity->current());
-        QCOMPARE(activity->latest()->stage, LaunchStage(LaunchStage::failed));
-        QCOMPARE(activity->latest()->errors, 2); // the retry and the failure
+        QCOMPARE(activity->latest()->stage, stage);
+        QCOMPARE(activity->latest()->errors, reportedReason ? 2 : 1); // the retry, and the failure if any
         QCOMPARE(activity->latest()->retries, 1);
-        QCOMPARE(failureChanged.count(), 1);
-        const FailureReport report = activity->failure().value();
-        QCOMPARE(report.reason, reportedReason);
-        QCOMPARE(report.stage, LaunchStage(LaunchStage::starting));
-        QCOMPARE(report.game, u"Euro Truck Simulator 2"_s);
-        QCOMPARE(report.date, m_clock.now());
-        QCOMPARE(report.text,
-                 u"Korvane Mac Launcher \u2014 failure report\nVersion: 1.0.0\nGame: Euro Truck Simulator 2\n"
-                 u"Stage: starting\nReason: "_s + reportedReason + u"\nRetries: 1\nmacOS: Test OS 1\n"
-                 u"Graphics: D3DMetal + MSync / DX11\n\n"_s + logHeading + u"Starting game\nLoading [PATH]\n"_s);
+        QCOMPARE(failureChanged.count(), reportedReason ? 1 : 0);
+        QCOMPARE(activity->failure().has_value(), reportedReason.has_value());
+        if (reportedReason) {
+            const FailureReport report = *activity->failure();
+            QCOMPARE(report.reason, *reportedReason);
+            QCOMPARE(report.stage, LaunchStage(LaunchStage::starting));
+            QCOMPARE(report.game, u"Euro Truck Simulator 2"_s);
+            QCOMPARE(report.date, m_clock.now());
+            QCOMPARE(report.text,
+                     u"Korvane Mac Launcher \u2014 failure report\nVersion: 1.0.0\nGame: Euro Truck Simulator 2\n"
+                     u"Stage: starting\nReason: "_s + *reportedReason + u"\nRetries: 1\nmacOS: Test OS 1\n"
+                     u"Graphics: D3DMetal + MSync / DX11\n\n"_s + logHeading + u"Starting game\nLoading [PATH]\n"_s);
+        }
 
         // It survives a restart as stored.
-        auto later = makeActivity(*m_home->reopenDefaults());
+        const auto reopened = m_home->reopenDefaults();
+        const auto later = makeActivity(reopened.get());
         QCOMPARE(later->failure(), activity->failure());
         QCOMPARE(later->latest(), activity->latest());
-    }
-
-    void otherEndsMakeNoReport_data()
-    {
-        QTest::addColumn<LaunchStage>("stage");
-        QTest::newRow("finished") << LaunchStage(LaunchStage::finished);
-        QTest::newRow("cancelled") << LaunchStage(LaunchStage::cancelled);
-    }
-
-    void otherEndsMakeNoReport()
-    {
-        QFETCH(LaunchStage, stage);
-        auto activity = makeActivity();
-        activity->begin(GameKind::ets2);
-        activity->finish(stage, u"ignored"_s);
-        QCOMPARE(activity->latest()->stage, stage);
-        QCOMPARE(activity->latest()->errors, 0);
-        QVERIFY(!activity->failure());
     }
 
     void historyHoldsThirtyNewestFirst()
@@ -197,10 +162,22 @@ private Q_SLOTS:
         QCOMPARE(stored.history, activity->history());
     }
 
-    void turningHistoryOffForgetsIt()
+    void forgettingRecords()
     {
         auto activity = makeActivity();
         activity->setKeepHistory(true);
+        activity->begin(GameKind::ets2);
+        activity->finish(LaunchStage::failed, u"launch"_s);
+        activity->clearHistory();
+        activity->clearFailure();
+        QVERIFY(!activity->latest());
+        QVERIFY(!activity->failure());
+        QVERIFY(activity->history().isEmpty());
+        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
+        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
+        QCOMPARE(m_home->defaults->data(SessionActivity::historyKey), QByteArray("[]"));
+
+        // Turning history off forgets it too, but not the latest session.
         activity->begin(GameKind::ets2);
         activity->finish(LaunchStage::finished);
         QCOMPARE(activity->history().size(), 1);
@@ -218,12 +195,17 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("pieces");
         QTest::addColumn<LaunchStage>("stage");
-        QTest::newRow("nothing known") << QStringList{u"hello"_s} << LaunchStage(LaunchStage::steam);
         QTest::newRow("updating") << QStringList{u"Updating mod files (3/9)"_s} << LaunchStage(LaunchStage::updating);
         QTest::newRow("marker split across appends") << QStringList{u"Updating mod "_s, u"files"_s} << LaunchStage(LaunchStage::updating);
         QTest::newRow("starting wins over updating") << QStringList{u"Starting game\n"_s, u"Updating mod files\n"_s}
                                                      << LaunchStage(LaunchStage::starting);
         QTest::newRow("case-sensitive") << QStringList{u"starting GAME"_s} << LaunchStage(LaunchStage::steam);
+        // The window is 8,192 characters; each filler character is two UTF-16 units.
+        const QString filler = u"e\u0301"_s;
+        QTest::newRow("marker still inside the window")
+            << QStringList{u"Updating mod files"_s + filler.repeated(8192 - 18)} << LaunchStage(LaunchStage::updating);
+        QTest::newRow("marker's first character cut off")
+            << QStringList{u"Updating mod files"_s + filler.repeated(8192 - 17)} << LaunchStage(LaunchStage::steam);
     }
 
     void stageFollowsConsoleText()
@@ -272,33 +254,12 @@ private Q_SLOTS:
         QCOMPARE(activity->failure()->stage, LaunchStage(LaunchStage::steam));
     }
 
-    void stageLogCountsCharacters_data()
-    {
-        QTest::addColumn<int>("filler");
-        QTest::addColumn<LaunchStage>("stage");
-        // "Updating mod files" is 18 characters; each filler character is two UTF-16 units.
-        QTest::newRow("marker still inside 8,192 characters") << 8192 - 18 << LaunchStage(LaunchStage::updating);
-        QTest::newRow("marker's first character cut off") << 8192 - 17 << LaunchStage(LaunchStage::steam);
-    }
-
-    void stageLogCountsCharacters()
-    {
-        QFETCH(int, filler);
-        QFETCH(LaunchStage, stage);
-        auto activity = makeActivity();
-        activity->begin(GameKind::ets2);
-        activity->append(u"Updating mod files"_s);
-        activity->transition(LaunchStage::steam);
-        activity->append(repeated(u"e\u0301"_s, filler));
-        QCOMPARE(activity->current()->stage, stage);
-    }
-
     void recentLogKeepsLast64000Characters()
     {
         auto activity = makeActivity();
         activity->begin(GameKind::ets2);
         activity->append(u"HEAD"_s);
-        activity->append(repeated(u"\U0001F69B"_s, 63999)); // a truck: two UTF-16 units, one character
+        activity->append(QString(u"\U0001F69B"_s).repeated(63999)); // a truck: two UTF-16 units, one character
         activity->append(u"!"_s);
         activity->capture(u"user_reported_problem"_s);
         const QString log = reportLog(*activity);
@@ -330,26 +291,11 @@ private Q_SLOTS:
         QCOMPARE(reportLog(*activity), QString());
     }
 
-    void clearingForgetsRecords()
-    {
-        auto activity = makeActivity();
-        activity->setKeepHistory(true);
-        activity->begin(GameKind::ets2);
-        activity->finish(LaunchStage::failed, u"launch"_s);
-        activity->clearHistory();
-        activity->clearFailure();
-        QVERIFY(!activity->latest());
-        QVERIFY(!activity->failure());
-        QVERIFY(activity->history().isEmpty());
-        QVERIFY(!m_home->defaults->contains(SessionActivity::latestKey));
-        QVERIFY(!m_home->defaults->contains(SessionActivity::failureKey));
-        QCOMPARE(m_home->defaults->data(SessionActivity::historyKey), QByteArray("[]"));
-    }
-
     void damagedStoredValuesCountAsAbsent_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<QVariant>("value");
+        QTest::newRow("nothing stored") << QString() << QVariant();
         QTest::newRow("latest not JSON") << SessionActivity::latestKey << QVariant(QByteArray("{nope"));
         QTest::newRow("latest of the wrong type") << SessionActivity::latestKey << QVariant(u"text"_s);
         QTest::newRow("failure with unknown stage")
@@ -366,8 +312,12 @@ private Q_SLOTS:
     {
         QFETCH(QString, key);
         QFETCH(QVariant, value);
-        m_home->defaults->setObject(key, value);
+        if (!key.isEmpty())
+            m_home->defaults->setObject(key, value);
         auto activity = makeActivity();
+        if (key.isEmpty()) // opening an empty store writes nothing
+            QVERIFY(m_home->defaults->keys().isEmpty());
+        QVERIFY(activity->history().isEmpty());
         QVERIFY(!activity->current());
         QVERIFY(!activity->latest());
         QVERIFY(!activity->failure());
