@@ -1,6 +1,7 @@
 #include "games/gameversion.h"
 
 #include <QDirIterator>
+#include <QtEndian>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -23,42 +24,34 @@ struct Record {
     quint32 signature = 0xFEEF04BD;
 };
 
-void putWord(QByteArray &data, qsizetype at, quint16 value)
-{
-    data[at] = char(value & 0xFF);
-    data[at + 1] = char(value >> 8);
-}
-
-void putVersion(QByteArray &data, qsizetype at, const std::array<quint16, 4> &v)
-{
-    // Most significant dword first; each dword little-endian with its high word second.
-    putWord(data, at, v[1]);
-    putWord(data, at + 2, v[0]);
-    putWord(data, at + 4, v[3]);
-    putWord(data, at + 6, v[2]);
-}
-
 // The resource key in UTF-16LE with its terminator, 32 bytes.
 QByteArray key()
 {
     return QByteArray(reinterpret_cast<const char *>(u"VS_VERSION_INFO"), 32);
 }
 
+// A version as the fixed file info stores it: two little-endian dwords, most significant first.
+void putVersion(char *at, const std::array<quint16, 4> &v)
+{
+    qToLittleEndian<quint32>(quint32(v[0]) << 16 | v[1], at);
+    qToLittleEndian<quint32>(quint32(v[2]) << 16 | v[3], at + 4);
+}
+
 QByteArray image(const QList<Record> &records, qsizetype size = 1024)
 {
     QByteArray data(size, '\0');
-    data[0] = 'M';
-    data[1] = 'Z';
+    data.replace(0, 2, "MZ");
     for (const Record &r : records) {
-        putWord(data, r.offset, r.length);
-        putWord(data, r.offset + 2, r.valueLength);
-        putWord(data, r.offset + 4, r.type);
+        char *header = data.data() + r.offset;
+        qToLittleEndian<quint16>(r.length, header);
+        qToLittleEndian<quint16>(r.valueLength, header + 2);
+        qToLittleEndian<quint16>(r.type, header + 4);
         data.replace(r.offset + 6, 32, key());
-        const qsizetype value = (r.offset + 38 + 3) & ~qsizetype(3);
-        for (int i = 0; i < 4; ++i)
-            data[value + i] = char((r.signature >> (8 * i)) & 0xFF);
-        putVersion(data, value + 8, r.file);
-        putVersion(data, value + 16, r.product);
+        // The value starts at the next multiple of four after the key.
+        char *value = data.data() + ((r.offset + 38 + 3) & ~qsizetype(3));
+        qToLittleEndian<quint32>(r.signature, value);
+        putVersion(value + 8, r.file);
+        putVersion(value + 16, r.product);
     }
     return data;
 }
