@@ -61,27 +61,37 @@ class TestLocalization : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // Each damage row appends to the German table, which is then dropped as a whole.
     void lookupChain_data()
     {
         QTest::addColumn<QString>("language");
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("German entry") << u"de"_s << u"both"_s << u"Beide"_s;
-        QTest::newRow("English only, German chosen") << u"de"_s << u"english.only"_s << u"Only English"_s;
-        QTest::newRow("English only, Hungarian chosen (no table)") << u"hu"_s << u"english.only"_s << u"Only English"_s;
-        QTest::newRow("in no table") << u"de"_s << u"no.such.key"_s << u"no.such.key"_s;
-        QTest::newRow("Hungarian sentence without entry") << u"en"_s << u"Nincs naplóbejegyzés."_s << u"Nincs naplóbejegyzés."_s;
-        QTest::newRow("sentinel counts as missing") << u"de"_s << u"sentinel"_s << u"English sentinel"_s;
-        QTest::newRow("sentinel in English too") << u"en"_s << u"sentinel.everywhere"_s << u"sentinel.everywhere"_s;
-        QTest::newRow("percent without arguments") << u"en"_s << u"percent"_s << u"100% %@ %d"_s;
-        QTest::newRow("escapes") << u"de"_s << u"escapes"_s << u"Zeile\n\"zitiert\" \\ \u00e9"_s;
+        QTest::addColumn<QByteArray>("damage");
+        const auto row = [](const char *name, const QString &language, const QString &key, const QString &expected,
+                            const QByteArray &damage = {}) { QTest::newRow(name) << language << key << expected << damage; };
+        row("German entry", u"de"_s, u"both"_s, u"Beide"_s);
+        row("English only, German chosen", u"de"_s, u"english.only"_s, u"Only English"_s);
+        row("English only, Hungarian chosen (no table)", u"hu"_s, u"english.only"_s, u"Only English"_s);
+        row("in no table", u"de"_s, u"no.such.key"_s, u"no.such.key"_s);
+        row("Hungarian sentence without entry", u"en"_s, u"Nincs naplóbejegyzés."_s, u"Nincs naplóbejegyzés."_s);
+        row("sentinel counts as missing", u"de"_s, u"sentinel"_s, u"English sentinel"_s);
+        row("sentinel in English too", u"en"_s, u"sentinel.everywhere"_s, u"sentinel.everywhere"_s);
+        row("percent without arguments", u"en"_s, u"percent"_s, u"100% %@ %d"_s);
+        row("escapes", u"de"_s, u"escapes"_s, u"Zeile\n\"zitiert\" \\ \u00e9"_s);
+        row("missing semicolon", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b\"\n\"c\" = \"d\";");
+        row("unterminated string", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b;");
+        row("unterminated comment", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b\"; /* ...");
+        row("bad escape", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\q\";");
+        row("bare word", u"de"_s, u"both"_s, u"Both"_s, "a = \"b\";");
+        row("binary", u"de"_s, u"both"_s, u"Both"_s, QByteArray("\xff\x00\xfe", 3));
     }
-
     void lookupChain()
     {
         QFETCH(QString, language);
         QFETCH(QString, key);
         QFETCH(QString, expected);
+        QFETCH(QByteArray, damage);
         QTemporaryDir resources;
         writeTable(resources.path(), u"en"_s,
                    "/* English */\n\"both\" = \"Both\";\n\"english.only\" = \"Only English\";\n"
@@ -89,31 +99,10 @@ private Q_SLOTS:
                    "\"percent\" = \"100% %@ %d\";\n");
         writeTable(resources.path(), u"de"_s,
                    "// German\n\"both\"=\"Beide\";\"sentinel\" = \"__MISSING_LOCALIZATION__\";\n"
-                   "\"escapes\" = \"Zeile\\n\\\"zitiert\\\" \\\\ \\U00e9\";\n");
+                   "\"escapes\" = \"Zeile\\n\\\"zitiert\\\" \\\\ \\U00e9\";\n" + damage);
         const StringTables tables = StringTables::load(resources.path());
         QCOMPARE(L10n::text(key, AppLanguage::fromRawValue(language), {}, &tables), expected);
-    }
-
-    void damagedTablesAreDropped_data()
-    {
-        QTest::addColumn<QByteArray>("content");
-        QTest::newRow("missing semicolon") << QByteArray("\"a\" = \"b\"\n\"c\" = \"d\";");
-        QTest::newRow("unterminated string") << QByteArray("\"a\" = \"b;");
-        QTest::newRow("unterminated comment") << QByteArray("\"a\" = \"b\"; /* ...");
-        QTest::newRow("bad escape") << QByteArray("\"a\" = \"\\q\";");
-        QTest::newRow("bare word") << QByteArray("a = \"b\";");
-        QTest::newRow("binary") << QByteArray("\xff\x00\xfe", 3);
-    }
-
-    void damagedTablesAreDropped()
-    {
-        QFETCH(QByteArray, content);
-        QTemporaryDir resources;
-        writeTable(resources.path(), u"en"_s, "\"a\" = \"English\";");
-        writeTable(resources.path(), u"de"_s, content);
-        const StringTables tables = StringTables::load(resources.path());
-        QVERIFY(!tables.hasLanguage(u"de"_s));
-        QCOMPARE(L10n::text(u"a"_s, AppLanguage::german, {}, &tables), u"English"_s);
+        QCOMPARE(tables.hasLanguage(u"de"_s), damage.isEmpty());
     }
 
     void formatting_data()
