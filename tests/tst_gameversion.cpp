@@ -71,7 +71,8 @@ private Q_SLOTS:
         const Parts v15331{1, 53, 3, 14};
         QTest::newRow("smallest accepted record") << image({Record{}}) << v15331;
         QTest::newRow("product version, not file version") << image({Record{.file = {9, 9, 9, 9}}}) << v15331;
-        QTest::newRow("length 91 skipped") << image({Record{.length = 91}}) << Parts{};
+        // At 130 the value ends at byte 90 of the record: only the length bound skips it.
+        QTest::newRow("length 91 skipped") << image({Record{.offset = 130, .length = 91}}) << Parts{};
         QTest::newRow("value length 51 skipped") << image({Record{.valueLength = 51}}) << Parts{};
         QTest::newRow("text type skipped") << image({Record{.type = 1}}) << Parts{};
         QTest::newRow("wrong signature") << image({Record{.signature = 0xFEEF04BC}}) << Parts{};
