@@ -5,6 +5,7 @@
 #include "support/bottletree.h"
 #include "support/launcherrig.h"
 
+#include <QJsonDocument>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -191,10 +192,9 @@ private Q_SLOTS:
         QCOMPARE(model.profiles().profile(GameKind::ets2), (GameProfile{first, manual, false, u"1600x900"_s, true, false}));
 
         // The settings as they were before the import were kept, privately.
-        const QStringList backups = rig.backups();
-        QCOMPARE(backups.size(), 1);
-        const QString backup = model.applicationDataDirectory() + u"/SettingsBackups/"_s + backups.first();
-        QCOMPARE(rig.flow->lastBackupPath(), backup);
+        const QString backup = rig.flow->lastBackupPath();
+        QCOMPARE(backup, model.applicationDataDirectory() + u"/SettingsBackups/"_s + rig.backups().value(0));
+        QCOMPARE(rig.backups().size(), 1);
         QCOMPARE(unixMode(backup), 0600);
         QCOMPARE(unixMode(QFileInfo(backup).absolutePath()), 0700);
         QCOMPARE(SettingsTransfer::decode(contents(backup)), changed);
@@ -207,12 +207,8 @@ private Q_SLOTS:
         QCOMPARE(snapshot.profiles.size(), 2);
         for (const GameProfile &profile : snapshot.profiles)
             QCOMPARE(profile, GameProfile());
-        // Members in sorted order at every level.
-        const QByteArray encoded = snapshot.encoded(true);
-        qsizetype at = 0;
-        for (const char *member : {"favorites", "game", "language", "profiles", "bottle", "desktopSize", "directory",
-                                   "hide", "restore", "skipIntro", "schema"})
-            QVERIFY2((at = encoded.indexOf(QByteArray(member).prepend('"'), at)) >= 0, member);
+        // Members in sorted order at every level, as the document promises.
+        QCOMPARE(QJsonDocument::fromJson(snapshot.encoded(false)).toJson(QJsonDocument::Compact), snapshot.encoded(false));
     }
 
     void refusedWhileBusy_data()
