@@ -1,6 +1,7 @@
 #include "games/gameversion.h"
 
 #include <QDirIterator>
+#include <QtEndian>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -23,47 +24,34 @@ struct Record {
     quint32 signature = 0xFEEF04BD;
 };
 
-void putWord(QByteArray &data, qsizetype at, quint16 value)
-{
-    data[at] = char(value & 0xFF);
-    data[at + 1] = char(value >> 8);
-}
-
-void putVersion(QByteArray &data, qsizetype at, const std::array<quint16, 4> &v)
-{
-    // Most significant dword first; each dword little-endian with its high word second.
-    putWord(data, at, v[1]);
-    putWord(data, at + 2, v[0]);
-    putWord(data, at + 4, v[3]);
-    putWord(data, at + 6, v[2]);
-}
-
+// The resource key in UTF-16LE with its terminator, 32 bytes.
 QByteArray key()
 {
-    QByteArray bytes;
-    for (char c : QByteArrayView("VS_VERSION_INFO")) {
-        bytes.append(c);
-        bytes.append('\0');
-    }
-    bytes.append(2, '\0');
-    return bytes;
+    return QByteArray(reinterpret_cast<const char *>(u"VS_VERSION_INFO"), 32);
+}
+
+// A version as the fixed file info stores it: two little-endian dwords, most significant first.
+void putVersion(char *at, const std::array<quint16, 4> &v)
+{
+    qToLittleEndian<quint32>(quint32(v[0]) << 16 | v[1], at);
+    qToLittleEndian<quint32>(quint32(v[2]) << 16 | v[3], at + 4);
 }
 
 QByteArray image(const QList<Record> &records, qsizetype size = 1024)
 {
     QByteArray data(size, '\0');
-    data[0] = 'M';
-    data[1] = 'Z';
+    data.replace(0, 2, "MZ");
     for (const Record &r : records) {
-        putWord(data, r.offset, r.length);
-        putWord(data, r.offset + 2, r.valueLength);
-        putWord(data, r.offset + 4, r.type);
+        char *header = data.data() + r.offset;
+        qToLittleEndian<quint16>(r.length, header);
+        qToLittleEndian<quint16>(r.valueLength, header + 2);
+        qToLittleEndian<quint16>(r.type, header + 4);
         data.replace(r.offset + 6, 32, key());
-        const qsizetype value = (r.offset + 38 + 3) & ~qsizetype(3);
-        for (int i = 0; i < 4; ++i)
-            data[value + i] = char((r.signature >> (8 * i)) & 0xFF);
-        putVersion(data, value + 8, r.file);
-        putVersion(data, value + 16, r.product);
+        // The value starts at the next multiple of four after the key.
+        char *value = data.data() + ((r.offset + 38 + 3) & ~qsizetype(3));
+        qToLittleEndian<quint32>(r.signature, value);
+        putVersion(value + 8, r.file);
+        putVersion(value + 16, r.product);
     }
     return data;
 }
@@ -81,19 +69,17 @@ private Q_SLOTS:
         QTest::addColumn<Parts>("expected"); // empty: no version
 
         const Parts v15331{1, 53, 3, 14};
-        QTest::newRow("one good record") << image({Record{}}) << v15331;
-        QTest::newRow("product version, not file version")
-            << image({Record{.product = {1, 53, 3, 14}, .file = {9, 9, 9, 9}}}) << v15331;
-        QTest::newRow("smallest accepted record") << image({Record{.length = 92, .valueLength = 52}}) << v15331;
-        QTest::newRow("length 91 skipped") << image({Record{.length = 91}}) << Parts{};
+        QTest::newRow("smallest accepted record") << image({Record{}}) << v15331;
+        QTest::newRow("product version, not file version") << image({Record{.file = {9, 9, 9, 9}}}) << v15331;
+        // At 130 the value ends at byte 90 of the record: only the length bound skips it.
+        QTest::newRow("length 91 skipped") << image({Record{.offset = 130, .length = 91}}) << Parts{};
         QTest::newRow("value length 51 skipped") << image({Record{.valueLength = 51}}) << Parts{};
         QTest::newRow("text type skipped") << image({Record{.type = 1}}) << Parts{};
         QTest::newRow("wrong signature") << image({Record{.signature = 0xFEEF04BC}}) << Parts{};
         QTest::newRow("major 0 ignored") << image({Record{.product = {0, 1, 2, 3}}}) << Parts{};
         QTest::newRow("major 0 beside a good record")
             << image({Record{.offset = 128, .product = {0, 1, 2, 3}}, Record{.offset = 400}}) << v15331;
-        QTest::newRow("two identical records")
-            << image({Record{.offset = 128}, Record{.offset = 400}}) << v15331;
+        QTest::newRow("two identical records") << image({Record{.offset = 128}, Record{.offset = 400}}) << v15331;
         QTest::newRow("two conflicting records")
             << image({Record{.offset = 128}, Record{.offset = 400, .product = {1, 54, 0, 1}}}) << Parts{};
         QTest::newRow("a broken record does not hide a good one")
@@ -102,27 +88,16 @@ private Q_SLOTS:
         QTest::newRow("record ends exactly at the end") << image({Record{.offset = 1024 - 92}}) << v15331;
         // An unaligned record start moves the value up to the next multiple of four.
         QTest::newRow("unaligned record") << image({Record{.offset = 131, .length = 96}}) << v15331;
-
-        QByteArray early = image({Record{.offset = 400}});
-        early.replace(2, 32, key()); // a key whose header would start before byte 0
-        QTest::newRow("key before any header room") << early << v15331;
-
-        QByteArray notPe = image({Record{}});
-        notPe[0] = 'Z';
-        QTest::newRow("no MZ") << notPe << Parts{};
-        QTest::newRow("64 bytes") << QByteArray("MZ").append(62, '\0') << Parts{};
-        QTest::newRow("empty") << QByteArray() << Parts{};
+        // A stray key whose header would start before byte 0.
+        QTest::newRow("key before any header room") << image({Record{.offset = 400}}).replace(2, 32, key()) << v15331;
+        QTest::newRow("no MZ") << image({Record{}}).replace(0, 1, "Z") << Parts{};
     }
-
     void parseRecords()
     {
         QFETCH(QByteArray, data);
         QFETCH(Parts, expected);
         const auto version = GameVersion::parse(data);
-        if (expected.isEmpty())
-            QVERIFY2(!version, qPrintable(version ? version->text() : QString()));
-        else
-            QCOMPARE(version ? version->parts() : Parts{}, expected);
+        QCOMPARE(version ? version->parts() : Parts{}, expected);
     }
 
     // Every truncation of a file with a record: only the whole record gives the version, and
@@ -135,53 +110,40 @@ private Q_SLOTS:
         QVERIFY(GameVersion::parse(full).has_value());
     }
 
-    void readAtTheSizeCap_data()
+    void read_data()
     {
-        QTest::addColumn<qint64>("size");
+        QTest::addColumn<qint64>("size"); // -1: no file
+        QTest::addColumn<bool>("readable");
         QTest::addColumn<bool>("found");
-        QTest::newRow("exactly the cap") << GameVersion::maximumExecutableSize << true;
-        QTest::newRow("one byte over the cap") << GameVersion::maximumExecutableSize + 1 << false;
-        QTest::newRow("a small file") << qint64(4096) << true;
+        QTest::newRow("exactly the cap") << GameVersion::maximumExecutableSize << true << true;
+        QTest::newRow("one byte over the cap") << GameVersion::maximumExecutableSize + 1 << true << false;
+        QTest::newRow("empty") << qint64(0) << true << false;
+        QTest::newRow("unreadable") << qint64(4096) << false << false;
+        QTest::newRow("missing") << qint64(-1) << true << false;
     }
-
-    void readAtTheSizeCap()
+    void read()
     {
         QFETCH(qint64, size);
+        QFETCH(bool, readable);
         QFETCH(bool, found);
+        if (!readable && ::geteuid() == 0)
+            QSKIP("root reads any file");
         QTemporaryDir dir;
         const QString path = dir.filePath(u"eurotrucks2.exe"_s);
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        // The record sits near the end of a sparse file, so the whole size is really scanned.
-        const QByteArray head = image({}, 64);
-        file.write(head);
-        const QByteArray tail = image({Record{.offset = 0}}, 128);
-        QVERIFY(file.resize(size));
-        QVERIFY(file.seek(size - 256));
-        file.write(tail);
-        file.close();
+        if (size >= 0) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(size));
+            // The record sits near the end of a sparse file, so the whole size is really scanned.
+            if (size > 0) {
+                file.write(image({}, 64));
+                QVERIFY(file.seek(size - 256));
+                file.write(image({Record{.offset = 0}}, 128));
+            }
+            QVERIFY(readable || file.setPermissions(QFileDevice::Permissions()));
+        }
         const auto version = GameVersion::read(path);
-        QCOMPARE(version.has_value(), found);
-        if (found)
-            QCOMPARE(version->text(), u"1.53.3.14"_s);
-    }
-
-    void readFailures()
-    {
-        QTemporaryDir dir;
-        QVERIFY(!GameVersion::read(dir.filePath(u"missing.exe"_s)));
+        QCOMPARE(version ? version->text() : QString(), found ? u"1.53.3.14"_s : QString());
         QVERIFY(!GameVersion::read(dir.path())); // a folder
-        QFile empty(dir.filePath(u"empty.exe"_s));
-        QVERIFY(empty.open(QIODevice::WriteOnly));
-        empty.close();
-        QVERIFY(!GameVersion::read(empty.fileName()));
-        QFile unreadable(dir.filePath(u"locked.exe"_s));
-        QVERIFY(unreadable.open(QIODevice::WriteOnly));
-        unreadable.write(image({Record{}}));
-        unreadable.close();
-        unreadable.setPermissions(QFileDevice::Permissions());
-        if (::geteuid() != 0) // root reads it anyway
-            QVERIFY(!GameVersion::read(unreadable.fileName()));
     }
 
     // Real Windows binaries, read by us and by an independent PE reader that walks the
@@ -224,64 +186,41 @@ print(json.dumps(result))
 
         int withVersion = 0;
         for (const QString &path : std::as_const(files)) {
-            const auto ours = GameVersion::read(path);
-            const QJsonValue theirs = expected.value(path);
-            const QString oursText = ours ? ours->text() : u"none"_s;
-            const QString theirsText = theirs.isString() ? theirs.toString() : u"none"_s;
-            QVERIFY2(oursText == theirsText,
-                     qPrintable(path + u": ours "_s + oursText + u", pefile "_s + theirsText));
-            withVersion += ours ? 1 : 0;
+            const auto version = GameVersion::read(path);
+            const QString ours = version ? version->text() : u"none"_s, theirs = expected.value(path).toString(u"none"_s);
+            QVERIFY2(ours == theirs, qPrintable(path + u": ours "_s + ours + u", pefile "_s + theirs));
+            withVersion += version ? 1 : 0;
         }
         QVERIFY(withVersion > 50);
-    }
-
-    void text_data()
-    {
-        QTest::addColumn<Parts>("parts");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("usual") << Parts{1, 53, 3, 14} << u"1.53.3.14"_s;
-        QTest::newRow("zeros") << Parts{1, 5, 0, 0} << u"1.5.0.0"_s;
-        QTest::newRow("largest") << Parts{65535, 0, 65535, 1} << u"65535.0.65535.1"_s;
-    }
-
-    void text()
-    {
-        QFETCH(Parts, parts);
-        QFETCH(QString, text);
-        QCOMPARE(GameVersion(parts).text(), text);
     }
 
     void supportedParts_data()
     {
         QTest::addColumn<QString>("supported");
-        QTest::addColumn<QStringList>("pieces"); // empty: refused
-        QTest::newRow("trailing s") << u"1.53.3.14s"_s << QStringList{u"1"_s, u"53"_s, u"3"_s, u"14"_s};
-        QTest::newRow("two s") << u"1.53.3.14ss"_s << QStringList{};
-        QTest::newRow("capital S") << u"1.53.3.14S"_s << QStringList{};
-        QTest::newRow("two pieces") << u"1.53"_s << QStringList{u"1"_s, u"53"_s};
-        QTest::newRow("one piece") << u"1"_s << QStringList{};
-        QTest::newRow("five pieces") << u"1.2.3.4.5"_s << QStringList{};
-        QTest::newRow("empty piece") << u"1..3"_s << QStringList{};
-        QTest::newRow("trailing dot") << u"1.53."_s << QStringList{};
-        QTest::newRow("wildcard first") << u"*.53"_s << QStringList{};
-        QTest::newRow("wildcard inside") << u"1.*.3"_s << QStringList{u"1"_s, u"*"_s, u"3"_s};
-        QTest::newRow("too large") << u"1.65536"_s << QStringList{};
-        QTest::newRow("largest") << u"1.65535"_s << QStringList{u"1"_s, u"65535"_s};
-        QTest::newRow("signed") << u"1.+5"_s << QStringList{};
-        QTest::newRow("leading zeros") << u"1.053"_s << QStringList{u"1"_s, u"053"_s};
-        QTest::newRow("other script's digits") << u"1.\u0665"_s << QStringList{};
-        QTest::newRow("blank inside") << u"1. 5"_s << QStringList{};
-        QTest::newRow("letters") << u"abc"_s << QStringList{};
-        QTest::newRow("empty") << QString() << QStringList{};
-        QTest::newRow("very long number") << u"1.00000000000000000000053"_s
-                                          << QStringList{u"1"_s, u"00000000000000000000053"_s};
+        QTest::addColumn<QString>("pieces"); // blank-separated; empty: refused
+        QTest::newRow("trailing s") << u"1.53.3.14s"_s << u"1 53 3 14"_s;
+        QTest::newRow("two s") << u"1.53.3.14ss"_s << QString();
+        QTest::newRow("capital S") << u"1.53.3.14S"_s << QString();
+        QTest::newRow("two pieces") << u"1.53"_s << u"1 53"_s;
+        QTest::newRow("one piece") << u"1"_s << QString();
+        QTest::newRow("five pieces") << u"1.2.3.4.5"_s << QString();
+        QTest::newRow("empty piece") << u"1..3"_s << QString();
+        QTest::newRow("wildcard first") << u"*.53"_s << QString();
+        QTest::newRow("wildcard inside") << u"1.*.3"_s << u"1 * 3"_s;
+        QTest::newRow("too large") << u"1.65536"_s << QString();
+        QTest::newRow("largest") << u"1.65535"_s << u"1 65535"_s;
+        QTest::newRow("signed") << u"1.+5"_s << QString();
+        QTest::newRow("other script's digits") << u"1.\u0665"_s << QString();
+        QTest::newRow("blank inside") << u"1. 5"_s << QString();
+        QTest::newRow("letters") << u"abc"_s << QString();
+        QTest::newRow("empty") << QString() << QString();
+        QTest::newRow("very long number") << u"1.00000000000000000000053"_s << u"1 00000000000000000000053"_s;
     }
-
     void supportedParts()
     {
         QFETCH(QString, supported);
-        QFETCH(QStringList, pieces);
-        QCOMPARE(GameVersion::supportedParts(supported).value_or(QStringList{}), pieces);
+        QFETCH(QString, pieces);
+        QCOMPARE(GameVersion::supportedParts(supported).value_or(QStringList{}).join(u' '), pieces);
     }
 
     void matches_data()
@@ -289,18 +228,13 @@ print(json.dumps(result))
         QTest::addColumn<Parts>("installed");
         QTest::addColumn<QString>("supported");
         QTest::addColumn<int>("expected"); // 1 true, 0 false, -1 cannot tell
+        // Exact, prefix and unreadable patterns are covered by the compatibility evaluation's table.
         const Parts v{1, 53, 3, 14};
-        QTest::newRow("exact with s") << v << u"1.53.3.14s"_s << 1;
-        QTest::newRow("prefix") << v << u"1.53"_s << 1;
-        QTest::newRow("prefix with wildcard") << v << u"1.53.*"_s << 1;
         QTest::newRow("wildcard inside") << v << u"1.53.*.14"_s << 1;
-        QTest::newRow("other minor") << v << u"1.54"_s << 0;
         QTest::newRow("other build") << v << u"1.53.3.15"_s << 0;
         QTest::newRow("leading zero") << v << u"1.053.3.14"_s << 1;
-        QTest::newRow("letters") << v << u"abc"_s << -1;
         QTest::newRow("three installed parts") << Parts{1, 53, 3} << u"1.53"_s << -1;
     }
-
     void matches()
     {
         QFETCH(Parts, installed);

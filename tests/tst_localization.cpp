@@ -19,51 +19,21 @@ void writeTable(const QString &resources, const QString &code, const QByteArray 
     file.write(content);
 }
 
-// The dotted keys the interface uses, including those composed at run time ("stage." and
-// the stage, "servers." and a state word, "channel." and the channel), which no scan of
-// the sources can find.
-const QStringList interfaceKeys = {
-    u"activity.clear"_s, u"activity.clear.help"_s, u"activity.elapsed"_s, u"activity.history"_s,
-    u"activity.previous"_s, u"activity.privacy"_s, u"activity.summary"_s,
-    u"center.available"_s, u"center.changelog"_s, u"center.checking"_s, u"center.complete"_s,
-    u"center.downloaded"_s, u"center.downloading"_s, u"center.extracting"_s, u"center.failed"_s,
-    u"center.found"_s, u"center.idle"_s, u"center.installing"_s, u"center.notes.unavailable"_s,
-    u"center.progress.help"_s, u"center.title"_s,
-    u"channel.beta"_s, u"channel.stable"_s, u"channel.beta.help"_s, u"channel.stable.help"_s,
-    u"channel.confirm.detail"_s, u"channel.confirm.title"_s, u"channel.enable"_s, u"channel.title"_s,
-    u"common.cancel"_s,
-    u"compat.anyway"_s, u"compat.checking"_s, u"compat.mismatch"_s, u"compat.mismatch.help"_s,
-    u"compat.ok"_s, u"compat.openSteam"_s, u"compat.steam.help"_s, u"compat.title"_s,
-    u"compat.unknown"_s, u"compat.unknown.help"_s, u"compat.versions"_s,
-    u"diagnostics.failed"_s, u"diagnostics.open"_s, u"diagnostics.privacy"_s, u"diagnostics.save"_s,
-    u"diagnostics.saved"_s, u"diagnostics.title"_s,
-    u"dock.launch"_s,
-    u"favorites.add"_s, u"favorites.empty"_s, u"favorites.manage"_s, u"favorites.remove"_s,
-    u"favorites.title"_s, u"favorites.unavailable"_s,
-    u"help.dismiss"_s, u"help.microphone.open"_s,
-    u"mac.hide"_s, u"mac.restore"_s,
-    u"profiles.resolution"_s, u"profiles.skipIntro"_s,
-    u"report.capture"_s, u"report.confirm"_s, u"report.confirm.detail"_s, u"report.consent"_s,
-    u"report.destination"_s, u"report.failed"_s, u"report.last"_s, u"report.privacy"_s,
-    u"report.send"_s, u"report.sent"_s, u"report.unconfigured"_s,
-    u"servers.empty"_s, u"servers.error"_s, u"servers.info"_s, u"servers.online"_s,
-    u"servers.offline"_s, u"servers.stale"_s, u"servers.players"_s, u"servers.queue"_s,
-    u"servers.refresh"_s, u"servers.selection"_s, u"servers.title"_s, u"servers.updated"_s,
-    u"setup.about"_s, u"setup.back"_s, u"setup.bottle"_s, u"setup.detect"_s, u"setup.finish"_s,
-    u"setup.game"_s, u"setup.incomplete"_s, u"setup.incomplete.detail"_s, u"setup.later"_s,
-    u"setup.next"_s, u"setup.open"_s, u"setup.ready.detail"_s, u"setup.recheck"_s,
-    u"setup.requirements"_s, u"setup.title"_s, u"setup.welcome"_s,
-    u"stage.checking"_s, u"stage.steam"_s, u"stage.updating"_s, u"stage.starting"_s,
-    u"stage.playing"_s, u"stage.finished"_s, u"stage.failed"_s, u"stage.cancelled"_s,
-    u"stage.interrupted"_s,
-    u"tools.close"_s, u"tools.title"_s,
-    u"transfer.applied"_s, u"transfer.applied.missing"_s, u"transfer.apply"_s, u"transfer.confirm"_s,
-    u"transfer.confirm.help"_s, u"transfer.export"_s, u"transfer.failed"_s, u"transfer.import"_s,
-    u"transfer.missing"_s, u"transfer.saved"_s, u"transfer.title"_s,
-    u"update.automatic"_s, u"update.backup.failed"_s, u"update.backup.saved"_s, u"update.check"_s,
-    u"update.explanation"_s, u"update.restore.help"_s, u"update.title"_s, u"update.unconfigured"_s,
-    u"update.wait"_s,
-};
+// The dotted keys of the interface that no scan of the sources finds, because the views put
+// them together at run time ("servers." and a state word, "channel." and the channel): a word
+// ending in a colon names the group of the words after it.
+const char interfaceKeys[] = R"(
+activity: clear clear.help elapsed history previous privacy summary center: available changelog checking
+complete downloaded downloading extracting failed found idle installing notes.unavailable progress.help title
+channel: beta stable beta.help stable.help confirm.detail confirm.title enable title common: cancel
+compat: anyway checking mismatch mismatch.help ok openSteam steam.help title unknown unknown.help versions
+diagnostics: failed open privacy save saved title dock: launch favorites: add empty manage remove title
+unavailable help: dismiss microphone.open mac: hide restore profiles: resolution skipIntro report: capture
+confirm confirm.detail consent destination failed last privacy send sent unconfigured servers: empty error
+info online offline stale players queue refresh selection title updated setup: about back bottle detect finish
+game incomplete incomplete.detail later next open ready.detail recheck requirements title welcome tools: close
+title transfer: applied applied.missing apply confirm confirm.help export failed import missing saved title
+update: automatic backup.failed backup.saved check explanation restore.help title unconfigured wait)";
 
 bool isDottedKey(const QString &key)
 {
@@ -91,27 +61,37 @@ class TestLocalization : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // Each damage row appends to the German table, which is then dropped as a whole.
     void lookupChain_data()
     {
         QTest::addColumn<QString>("language");
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("German entry") << u"de"_s << u"both"_s << u"Beide"_s;
-        QTest::newRow("English only, German chosen") << u"de"_s << u"english.only"_s << u"Only English"_s;
-        QTest::newRow("English only, Hungarian chosen (no table)") << u"hu"_s << u"english.only"_s << u"Only English"_s;
-        QTest::newRow("in no table") << u"de"_s << u"no.such.key"_s << u"no.such.key"_s;
-        QTest::newRow("Hungarian sentence without entry") << u"en"_s << u"Nincs naplóbejegyzés."_s << u"Nincs naplóbejegyzés."_s;
-        QTest::newRow("sentinel counts as missing") << u"de"_s << u"sentinel"_s << u"English sentinel"_s;
-        QTest::newRow("sentinel in English too") << u"en"_s << u"sentinel.everywhere"_s << u"sentinel.everywhere"_s;
-        QTest::newRow("percent without arguments") << u"en"_s << u"percent"_s << u"100% %@ %d"_s;
-        QTest::newRow("escapes") << u"de"_s << u"escapes"_s << u"Zeile\n\"zitiert\" \\ \u00e9"_s;
+        QTest::addColumn<QByteArray>("damage");
+        const auto row = [](const char *name, const QString &language, const QString &key, const QString &expected,
+                            const QByteArray &damage = {}) { QTest::newRow(name) << language << key << expected << damage; };
+        row("German entry", u"de"_s, u"both"_s, u"Beide"_s);
+        row("English only, German chosen", u"de"_s, u"english.only"_s, u"Only English"_s);
+        row("English only, Hungarian chosen (no table)", u"hu"_s, u"english.only"_s, u"Only English"_s);
+        row("in no table", u"de"_s, u"no.such.key"_s, u"no.such.key"_s);
+        row("Hungarian sentence without entry", u"en"_s, u"Nincs naplóbejegyzés."_s, u"Nincs naplóbejegyzés."_s);
+        row("sentinel counts as missing", u"de"_s, u"sentinel"_s, u"English sentinel"_s);
+        row("sentinel in English too", u"en"_s, u"sentinel.everywhere"_s, u"sentinel.everywhere"_s);
+        row("percent without arguments", u"en"_s, u"percent"_s, u"100% %@ %d"_s);
+        row("escapes", u"de"_s, u"escapes"_s, u"Zeile\n\"zitiert\" \\ \u00e9"_s);
+        row("missing semicolon", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b\"\n\"c\" = \"d\";");
+        row("unterminated string", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b;");
+        row("unterminated comment", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b\"; /* ...");
+        row("bad escape", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\q\";");
+        row("bare word", u"de"_s, u"both"_s, u"Both"_s, "a = \"b\";");
+        row("binary", u"de"_s, u"both"_s, u"Both"_s, QByteArray("\xff\x00\xfe", 3));
     }
-
     void lookupChain()
     {
         QFETCH(QString, language);
         QFETCH(QString, key);
         QFETCH(QString, expected);
+        QFETCH(QByteArray, damage);
         QTemporaryDir resources;
         writeTable(resources.path(), u"en"_s,
                    "/* English */\n\"both\" = \"Both\";\n\"english.only\" = \"Only English\";\n"
@@ -119,31 +99,10 @@ private Q_SLOTS:
                    "\"percent\" = \"100% %@ %d\";\n");
         writeTable(resources.path(), u"de"_s,
                    "// German\n\"both\"=\"Beide\";\"sentinel\" = \"__MISSING_LOCALIZATION__\";\n"
-                   "\"escapes\" = \"Zeile\\n\\\"zitiert\\\" \\\\ \\U00e9\";\n");
+                   "\"escapes\" = \"Zeile\\n\\\"zitiert\\\" \\\\ \\U00e9\";\n" + damage);
         const StringTables tables = StringTables::load(resources.path());
         QCOMPARE(L10n::text(key, AppLanguage::fromRawValue(language), {}, &tables), expected);
-    }
-
-    void damagedTablesAreDropped_data()
-    {
-        QTest::addColumn<QByteArray>("content");
-        QTest::newRow("missing semicolon") << QByteArray("\"a\" = \"b\"\n\"c\" = \"d\";");
-        QTest::newRow("unterminated string") << QByteArray("\"a\" = \"b;");
-        QTest::newRow("unterminated comment") << QByteArray("\"a\" = \"b\"; /* ...");
-        QTest::newRow("bad escape") << QByteArray("\"a\" = \"\\q\";");
-        QTest::newRow("bare word") << QByteArray("a = \"b\";");
-        QTest::newRow("binary") << QByteArray("\xff\x00\xfe", 3);
-    }
-
-    void damagedTablesAreDropped()
-    {
-        QFETCH(QByteArray, content);
-        QTemporaryDir resources;
-        writeTable(resources.path(), u"en"_s, "\"a\" = \"English\";");
-        writeTable(resources.path(), u"de"_s, content);
-        const StringTables tables = StringTables::load(resources.path());
-        QVERIFY(!tables.hasLanguage(u"de"_s));
-        QCOMPARE(L10n::text(u"a"_s, AppLanguage::german, {}, &tables), u"English"_s);
+        QCOMPARE(tables.hasLanguage(u"de"_s), damage.isEmpty());
     }
 
     void formatting_data()
@@ -158,11 +117,9 @@ private Q_SLOTS:
         QTest::newRow("positional") << u"%2$@ vor %1$@"_s << QVariantList{u"A"_s, u"B"_s} << u"de"_s << u"B vor A"_s;
         QTest::newRow("percent sign") << u"%d%% done"_s << QVariantList{50} << u"en"_s << u"50% done"_s;
         QTest::newRow("German decimals") << u"%.1f s"_s << QVariantList{2.26} << u"de"_s << u"2,3 s"_s;
-        QTest::newRow("Hungarian decimals") << u"%.2f"_s << QVariantList{1.5} << u"hu"_s << u"1,50"_s;
         QTest::newRow("missing argument") << u"%@ and %@"_s << QVariantList{u"one"_s} << u"en"_s << u"one and "_s;
         QTest::newRow("unknown conversion kept") << u"%q %@"_s << QVariantList{u"x"_s} << u"en"_s << u"%q x"_s;
         QTest::newRow("trailing percent") << u"100%"_s << QVariantList{1} << u"en"_s << u"100%"_s;
-        QTest::newRow("line feed kept") << u"HIBA: %@\n"_s << QVariantList{u"x"_s} << u"hu"_s << u"HIBA: x\n"_s;
     }
 
     void formatting()
@@ -203,7 +160,14 @@ private Q_SLOTS:
 
         // Keys put together at run time, from the closed sets they are made of; the scan below
         // only sees whole literal keys.
-        QStringList keys = interfaceKeys;
+        QStringList keys;
+        QString group;
+        for (const QString &word : QString::fromUtf8(interfaceKeys).simplified().split(u' ')) {
+            if (word.endsWith(u':'))
+                group = word.chopped(1) + u'.';
+            else
+                keys.append(group + word);
+        }
         for (LaunchIssue issue : LaunchIssue::allCases())
             keys << u"help."_s + issue.rawValue() + u".title"_s << u"help."_s + issue.rawValue() + u".detail"_s;
         for (LaunchStage stage : LaunchStage::allCases())

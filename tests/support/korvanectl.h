@@ -28,8 +28,7 @@ inline CliResult runKorvanectl(const TestHome &home, const QStringList &argument
     environment.insert(QStringLiteral("XDG_DATA_HOME"), home.root() + QStringLiteral("/data"));
     environment.insert(QStringLiteral("TMPDIR"), home.paths.temporary);
     environment.insert(QStringLiteral("KORVANE_RESOURCES_DIR"), home.paths.resources);
-    for (const QString &key : extra.keys())
-        environment.insert(key, extra.value(key));
+    environment.insert(extra);
 
     QProcess process;
     process.setProcessEnvironment(environment);
