@@ -45,7 +45,7 @@ struct Receipt {
     static Receipt decode(const QByteArray &body);
 };
 
-// The UUID as it travels: 36 characters, lower case, no braces.
+// The UUID as it travels: 36 characters, upper case, no braces.
 QString idText(const QUuid &id);
 
 QString recipient(const ServiceConfiguration &service);
