@@ -2,6 +2,7 @@
 
 #include "cli/modelsession.h"
 #include "games/compatibilityservice.h"
+#include "sessions/recordcoding.h"
 #include "platform/bundleinfo.h"
 #include "platform/clock.h"
 #include "platform/urlerror.h"
@@ -209,6 +210,6 @@ int reportSendCommand(CliContext &context, const QStringList &arguments)
         context.err << "korvanectl: not sent: unreadable receipt (" << error.message() << ")\n";
         return 1;
     }
-    context.out << "sent " << ReportDelivery::idText(id) << '\n';
+    context.out << "sent " << RecordCoding::uuidText(id) << '\n';
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "core/launchermodel.h"
 #include "platform/filepanels.h"
 #include "preferences/languagesettings.h"
+#include "sessions/recordcoding.h"
 #include "servers/serverlistmodel.h"
 
 #include <QDir>
@@ -120,7 +121,7 @@ bool SettingsTransferFlow::writeBackup()
         m_lastError = u"cannot create %1"_s.arg(folder);
         return false;
     }
-    const QString path = folder + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u".json"_s;
+    const QString path = folder + u'/' + RecordCoding::uuidText(QUuid::createUuid()) + u".json"_s;
     QString error;
     if (!writePrivately(path, snapshot().encoded(false), &error)) {
         m_lastError = error;

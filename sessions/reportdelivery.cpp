@@ -1,23 +1,15 @@
 #include "sessions/reportdelivery.h"
 
 #include "platform/jsondecoding.h"
+#include "sessions/recordcoding.h"
 
 #include <QCoreApplication>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QPromise>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// A JSON string literal, escaped by Qt's encoder rather than by hand.
-QByteArray jsonString(const QString &text)
-{
-    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    return array.mid(1, array.size() - 2);
-}
 
 void failPromise(QPromise<void> &promise, std::exception_ptr error)
 {
@@ -42,8 +34,8 @@ void checkAnswer(const HttpResult &answer, const QUrl &endpoint, const QUuid &id
 QByteArray ReportDelivery::Payload::encoded() const
 {
     // QJsonObject orders its members by name; the service's schema fixes this order instead.
-    return "{\"schema\":" + QByteArray::number(schema) + ",\"id\":" + jsonString(idText(id))
-        + ",\"report\":" + jsonString(report) + '}';
+    return RecordCoding::orderedObject(
+        {{u"schema"_s, schema}, {u"id"_s, RecordCoding::uuidText(id)}, {u"report"_s, report}});
 }
 
 ReportDelivery::Receipt ReportDelivery::Receipt::decode(const QByteArray &body)
@@ -54,12 +46,6 @@ ReportDelivery::Receipt ReportDelivery::Receipt::decode(const QByteArray &body)
     if (!status.isString() || !id.isString())
         throw DecodingError(u"the receipt lacks its status or id"_s);
     return {status.toString(), id.toString()};
-}
-
-QString ReportDelivery::idText(const QUuid &id)
-{
-    // The canonical text everywhere in the launcher: upper-case, as the stored report has it.
-    return id.toString(QUuid::WithoutBraces).toUpper();
 }
 
 QString ReportDelivery::recipient(const ServiceConfiguration &service)

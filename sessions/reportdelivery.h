@@ -45,9 +45,6 @@ struct Receipt {
     static Receipt decode(const QByteArray &body);
 };
 
-// The UUID as it travels: 36 characters, upper case, no braces.
-QString idText(const QUuid &id);
-
 QString recipient(const ServiceConfiguration &service);
 QUrl endpoint(const ServiceConfiguration &service);
 // "KVNReportDeliveryEnabled" of the information dictionary; false unless it is a boolean true.

@@ -1,3 +1,4 @@
+#include "sessions/recordcoding.h"
 #include "sessions/reportdelivery.h"
 #include "support/httpsserver.h"
 
@@ -13,7 +14,7 @@ const QUuid reportId = QUuid::fromString(u"6f1c2a3b-4d5e-4f60-8172-93a4b5c6d7e8"
 const QString endpointPath = u"/korvane/api/reports"_s;
 const QVariantMap deliveryOn{{BundleInfo::reportDeliveryEnabledKey, true}};
 
-QByteArray receipt(const QString &status, const QString &id = ReportDelivery::idText(reportId),
+QByteArray receipt(const QString &status, const QString &id = RecordCoding::uuidText(reportId),
                    const QJsonObject &extra = {})
 {
     QJsonObject object = extra;
@@ -75,7 +76,7 @@ private Q_SLOTS:
         const auto row = [](const char *name, const ScriptedResponse &response, const QString &outcome) {
             QTest::newRow(name) << response << outcome;
         };
-        const QString id = ReportDelivery::idText(reportId), refused = u"cannotParseResponse"_s;
+        const QString id = RecordCoding::uuidText(reportId), refused = u"cannotParseResponse"_s;
         const QString badResponse = u"badServerResponse"_s;
         QByteArray atCap = receipt(u"accepted"_s);
         atCap += QByteArray(4'096 - atCap.size(), ' ');
