@@ -12,27 +12,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// An integer member must hold a whole number that fits in 64 bits. The parser keeps such
-// numbers as integers, so toInteger reads even those beyond a double's 53 bits exactly.
-std::optional<qint64> integralValue(const QJsonValue &value)
-{
-    if (!value.isDouble())
-        return std::nullopt;
-    const double number = value.toDouble();
-    if (!std::isfinite(number) || std::trunc(number) != number)
-        return std::nullopt;
-    constexpr qint64 outOfRange = std::numeric_limits<qint64>::min();
-    const qint64 integer = value.toInteger(outOfRange);
-    if (integer == outOfRange && number != double(outOfRange))
-        return std::nullopt;
-    return integer;
-}
 
 [[noreturn]] void missingOrMistyped(QLatin1StringView key)
 {
@@ -43,7 +26,7 @@ std::optional<qint64> integralValue(const QJsonValue &value)
 // thousands of servers.
 qint64 requiredInteger(const QJsonObject &object, QLatin1StringView key)
 {
-    if (const auto value = integralValue(object.value(key)))
+    if (const auto value = JsonDecoding::integer(object.value(key)))
         return *value;
     missingOrMistyped(key);
 }
@@ -74,7 +57,7 @@ TruckServer decodeServer(const QJsonValue &value)
     server.maxplayers = requiredInteger(object, "maxplayers"_L1);
     const QJsonValue order = object.value("displayorder"_L1);
     if (!order.isUndefined() && !order.isNull()) {
-        server.displayorder = integralValue(order);
+        server.displayorder = JsonDecoding::integer(order);
         if (!server.displayorder)
             missingOrMistyped("displayorder"_L1);
     }

@@ -1,5 +1,6 @@
 #include "sessions/playsession.h"
 
+#include "platform/jsondecoding.h"
 #include "sessions/recordcoding.h"
 
 #include <QJsonArray>
@@ -71,8 +72,8 @@ std::optional<PlaySession> PlaySession::fromJsonObject(const QJsonObject &object
     const QJsonValue game = object.value(u"game"_s);
     const QJsonValue started = object.value(u"started"_s);
     const auto stage = LaunchStage::fromRawValue(object.value(u"stage"_s).toString());
-    const auto retries = RecordCoding::integer(object.value(u"retries"_s));
-    const auto errors = RecordCoding::integer(object.value(u"errors"_s));
+    const auto retries = JsonDecoding::integer(object.value(u"retries"_s));
+    const auto errors = JsonDecoding::integer(object.value(u"errors"_s));
     if (!id || !game.isString() || !started.isDouble() || !stage || !retries || !errors)
         return std::nullopt;
     const auto startedDate = RecordCoding::dateFromReferenceSeconds(started.toDouble());

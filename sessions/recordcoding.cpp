@@ -53,19 +53,6 @@ std::optional<QUuid> RecordCoding::uuidFromText(const QString &text)
     return QUuid::fromString(text);
 }
 
-std::optional<qint64> RecordCoding::integer(const QJsonValue &value)
-{
-    if (!value.isDouble())
-        return std::nullopt;
-    // toInteger answers its default for a number with a fraction or out of range; two
-    // different defaults tell that apart from a stored value equal to one of them.
-    const qint64 first = value.toInteger(0);
-    const qint64 second = value.toInteger(1);
-    if (first != second)
-        return std::nullopt;
-    return first;
-}
-
 std::optional<QJsonObject> RecordCoding::parseObject(const QByteArray &json)
 {
     QJsonParseError error;

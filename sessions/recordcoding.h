@@ -28,9 +28,6 @@ QString uuidText(const QUuid &id);
 // The 8-4-4-4-12 hexadecimal form in either case; nothing for any other text.
 std::optional<QUuid> uuidFromText(const QString &text);
 
-// A signed 64-bit integer held by a JSON number without fraction; nothing otherwise.
-std::optional<qint64> integer(const QJsonValue &value);
-
 // The object a JSON document holds; nothing for a damaged document or one holding anything else.
 std::optional<QJsonObject> parseObject(const QByteArray &json);
 
