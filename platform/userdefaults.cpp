@@ -301,6 +301,11 @@ void JsonUserDefaults::setObject(const QString &key, const QVariant &value)
         return;
     }
     reloadIfChanged();
+    // Compared in stored form, so a bool never equals the number 1: models persist whole
+    // records after every change, and only what really changed costs a rewrite of the file.
+    if (const auto existing = m_values.constFind(key);
+        existing != m_values.cend() && encode(*existing) == encode(stored))
+        return;
     m_values.insert(key, stored);
     write();
 }

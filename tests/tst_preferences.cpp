@@ -8,6 +8,8 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 class TestPreferences : public QObject {
@@ -68,6 +70,19 @@ private Q_SLOTS:
         other->remove(u"game"_s);
         QVERIFY(!home.defaults->contains(u"game"_s));
         QCOMPARE(QFile(home.defaultsPath()).permissions() & 0x0077, QFileDevice::Permissions());
+
+        // An equal value is not written again; an equal number in place of a bool is.
+        const auto inode = [&] {
+            struct stat info {};
+            return ::stat(QFile::encodeName(home.defaultsPath()).constData(), &info) == 0 ? info.st_ino : 0;
+        };
+        home.defaults->setBool(u"hideOnGameLaunch"_s, true);
+        const auto written = inode();
+        home.defaults->setBool(u"hideOnGameLaunch"_s, true);
+        QCOMPARE(inode(), written);
+        home.defaults->setInteger(u"hideOnGameLaunch"_s, 1);
+        QVERIFY(inode() != written);
+        QCOMPARE(home.reopenDefaults()->object(u"hideOnGameLaunch"_s).typeId(), QMetaType::LongLong);
 
         QFile file(home.defaultsPath());
         QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
