@@ -1,5 +1,6 @@
 #include "preferences/settingstransfer.h"
 
+#include "platform/jsondecoding.h"
 #include "preferences/l10n.h"
 
 #include <QFileInfo>
@@ -8,7 +9,6 @@
 #include <QJsonObject>
 #include <QSet>
 
-#include <cmath>
 
 using namespace Qt::StringLiterals;
 
@@ -35,14 +35,11 @@ QString requiredString(const QJsonObject &object, const QString &key)
     return value.toString();
 }
 
-// JSON has one number type; only a whole number within 64 bits reads as an integer.
 qint64 integerValue(const QJsonValue &value, const QString &what)
 {
-    const double number = value.toDouble();
-    if (!value.isDouble() || !std::isfinite(number) || std::trunc(number) != number
-        || std::fabs(number) > 9.007199254740992e15)
-        malformed(u"%1 is not an integer"_s.arg(what));
-    return qint64(number);
+    if (const auto integer = JsonDecoding::integer(value))
+        return *integer;
+    malformed(u"%1 is not an integer"_s.arg(what));
 }
 
 } // namespace
