@@ -123,9 +123,7 @@ int selectCommand(CliContext &context, const QStringList &arguments)
     }
     std::optional<GameKind> kind;
     if (game) {
-        kind = *game == "ets2"_L1 ? GameKind(GameKind::ets2)
-             : *game == "ats"_L1  ? GameKind(GameKind::ats)
-                                  : GameKind::fromRawValue(*game);
+        kind = gameFromOption(*game);
         if (!kind) {
             context.err << "korvanectl: unknown game \"" << *game << "\" (ets2 or ats)\n";
             return 2;

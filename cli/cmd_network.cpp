@@ -20,7 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// "ets2" or "ats" from --game, else the game the launcher has stored, else ETS2.
+// The game named by --game, else the game the launcher has stored, else ETS2.
 std::optional<GameKind> chosenGame(CliContext &context, QStringList &arguments, bool *bad)
 {
     bool missing = false;
@@ -30,12 +30,9 @@ std::optional<GameKind> chosenGame(CliContext &context, QStringList &arguments, 
         return std::nullopt;
     }
     if (name) {
-        if (*name == "ets2"_L1)
-            return GameKind(GameKind::ets2);
-        if (*name == "ats"_L1)
-            return GameKind(GameKind::ats);
-        *bad = true;
-        return std::nullopt;
+        const auto game = gameFromOption(*name);
+        *bad = !game;
+        return game;
     }
     if (const auto stored = context.defaults->string(u"game"_s))
         if (const auto game = GameKind::fromRawValue(*stored))

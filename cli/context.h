@@ -1,5 +1,6 @@
 #pragma once
 
+#include "games/gamekind.h"
 #include "platform/paths.h"
 #include "platform/userdefaults.h"
 
@@ -24,6 +25,8 @@ using CliCommand = int (*)(CliContext &context, const QStringList &arguments);
 std::optional<QString> takeOption(QStringList &arguments, const QString &name, bool *missing);
 // Removes a "--name" switch and tells whether it was there.
 bool takeSwitch(QStringList &arguments, const QString &name);
+// The game a "--game" value names: "ets2", "ats", or a game's full name.
+std::optional<GameKind> gameFromOption(const QString &name);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);

@@ -61,6 +61,15 @@ bool takeSwitch(QStringList &arguments, const QString &name)
     return arguments.removeAll(name) > 0;
 }
 
+std::optional<GameKind> gameFromOption(const QString &name)
+{
+    if (name == "ets2"_L1)
+        return GameKind(GameKind::ets2);
+    if (name == "ats"_L1)
+        return GameKind(GameKind::ats);
+    return GameKind::fromRawValue(name);
+}
+
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
