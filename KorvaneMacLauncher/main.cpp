@@ -2,7 +2,9 @@
 
 #include "core/launchermodel.h"
 #include "platform/clock.h"
+#include "platform/microphone.h"
 #include "platform/paths.h"
+#include "platform/systeminfo.h"
 #include "platform/userdefaults.h"
 #include "preferences/l10n.h"
 #include "preferences/languagesettings.h"
@@ -24,7 +26,8 @@ int main(int argc, char *argv[])
     LanguageSettings language(*defaults);
     // The window's panels and desktop services arrive with the real pages; until then the
     // choose operations do nothing.
-    LauncherModel model(LauncherContext{*defaults, clock, paths, CrossOverLocation::system(paths.home),
+    LauncherModel model(LauncherContext{*defaults, clock, Microphone::system(), SystemFacts::system(), paths,
+                                        CrossOverLocation::system(paths.home),
                                         ServiceConfiguration::standard()});
     MainWindow window(model, language);
     window.show();

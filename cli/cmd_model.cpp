@@ -3,10 +3,10 @@
 
 #include "core/bottlediscovery.h"
 #include "core/launchermodel.h"
+#include "core/settingstransferflow.h"
 #include "platform/clock.h"
 #include "platform/filepanels.h"
 #include "preferences/languagesettings.h"
-#include "preferences/settingstransferflow.h"
 #include "servers/serverlistmodel.h"
 
 #include <QDir>

@@ -2,9 +2,9 @@
 
 #include "cli/modelsession.h"
 #include "games/compatibilityservice.h"
-#include "sessions/recordcoding.h"
 #include "platform/bundleinfo.h"
 #include "platform/clock.h"
+#include "platform/recordcoding.h"
 #include "platform/urlerror.h"
 #include "servers/serverlistmodel.h"
 #include "sessions/reportdelivery.h"

@@ -1,10 +1,10 @@
 #include "cli/context.h"
 
 #include "cli/modelsession.h"
-#include "platform/microphone.h"
+#include "core/diagnosticsinput.h"
+#include "platform/recordcoding.h"
 #include "sessions/diagnosticprivacy.h"
 #include "sessions/diagnosticsmodel.h"
-#include "sessions/recordcoding.h"
 #include "sessions/sessionactivity.h"
 
 #include <QCoreApplication>
@@ -112,7 +112,7 @@ int diagnosticsCommand(CliContext &context, const QStringList &arguments)
     if (output)
         session.panels.path = QFileInfo(*output).absoluteFilePath();
     DiagnosticsModel model(session.panels, nullptr, context.paths.temporary);
-    model.prepare(*session.model, Microphone::system());
+    model.prepare(diagnosticsInput(*session.model));
     waitUntilIdle(model);
     if (print)
         context.out << model.preview();

@@ -7,6 +7,8 @@
 class Clock;
 class Desktop;
 class FilePanels;
+class Microphone;
+class SystemFacts;
 class UserDefaults;
 
 // Everything the launcher model reaches outside itself, handed in at construction so that a
@@ -14,6 +16,11 @@ class UserDefaults;
 struct LauncherContext {
     UserDefaults &defaults;
     const Clock &clock;
+    // What the model and its reports say about the machine: the microphone permission, the
+    // application's information dictionary, the system's and CrossOver's versions. The front
+    // ends pass the platform's; tests pass fakes, so no model reads process-wide state.
+    const Microphone &microphone;
+    const SystemFacts &system;
     Paths paths;
     CrossOverLocation crossOver;
     ServiceConfiguration service;

@@ -1,7 +1,6 @@
 #include "core/launchermodel.h"
 
 #include "core/bottlediscovery.h"
-#include "platform/bundleinfo.h"
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/filepanels.h"
@@ -55,6 +54,8 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     : QObject(parent)
     , m_defaults(context.defaults)
     , m_clock(context.clock)
+    , m_microphone(context.microphone)
+    , m_system(context.system)
     , m_paths(context.paths)
     , m_crossOver(context.crossOver)
     , m_panels(context.panels)
@@ -63,7 +64,8 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     , m_windowPreferences(new WindowPreferences(context.defaults, this))
     , m_profiles(context.defaults)
     , m_activity(new SessionActivity(context.activityDefaults ? *context.activityDefaults : context.defaults, context.clock,
-                                     {context.paths.home, BundleInfo::main(), SystemInfo::operatingSystemVersion()}, this))
+                                     {context.paths.home, context.system.bundleInfo(),
+                                      context.system.operatingSystemVersion()}, this))
     , m_compatibilityService(new CompatibilityService(context.service, this))
 {
     if (const auto stored = m_defaults.string(gameKey))

@@ -132,6 +132,10 @@ public:
     TaskHandle &preparationTask() { return m_preparationTask; }
     bool manualGameDirectory() const { return m_manualGameDirectory; }
 
+    // --- The machine, as the front end describes it
+    const Microphone &microphone() const { return m_microphone; }
+    const SystemFacts &systemFacts() const { return m_system; }
+
     // --- CrossOver and derived paths (computed on every read)
     const Paths &paths() const { return m_paths; }
     QString winePath() const { return m_crossOver.winePath; }
@@ -219,6 +223,8 @@ private:
 
     UserDefaults &m_defaults;
     const Clock &m_clock;
+    const Microphone &m_microphone;
+    const SystemFacts &m_system;
     Paths m_paths;
     CrossOverLocation m_crossOver;
     FilePanels *m_panels;

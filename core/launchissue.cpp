@@ -1,5 +1,5 @@
 #include "core/launchissue.h"
-#include "core/rawvalue.h"
+#include "platform/rawvalue.h"
 
 #include "preferences/l10n.h"
 

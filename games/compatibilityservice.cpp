@@ -2,7 +2,7 @@
 
 #include "platform/httpsession.h"
 #include "platform/jsondecoding.h"
-#include "servers/serverredirectpolicy.h"
+#include "platform/serverredirectpolicy.h"
 
 #include <QJsonObject>
 #include <QPromise>

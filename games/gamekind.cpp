@@ -1,5 +1,5 @@
 #include "games/gamekind.h"
-#include "core/rawvalue.h"
+#include "platform/rawvalue.h"
 
 using namespace Qt::StringLiterals;
 

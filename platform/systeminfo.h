@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QVariantMap>
 
 #include <optional>
 
@@ -17,3 +18,18 @@ QString operatingSystemVersion();
 std::optional<QString> crossOverVersion();
 
 } // namespace SystemInfo
+
+// The same facts and the application's information dictionary, as one object a front end hands
+// to the launcher model: a model built in a test then quotes the test's machine, not this one.
+class SystemFacts {
+public:
+    virtual ~SystemFacts() = default;
+    // "CFBundleShortVersionString", "CFBundleVersion" and the build-time settings (BundleInfo).
+    virtual QVariantMap bundleInfo() const = 0;
+    virtual QString operatingSystemVersion() const = 0;
+    // Asked anew each time: CrossOver may be installed or updated while the launcher runs.
+    virtual std::optional<QString> crossOverVersion() const = 0;
+
+    // This machine and this build: BundleInfo::main() and the functions above.
+    static const SystemFacts &system();
+};

@@ -1,5 +1,5 @@
 #include "preferences/applanguage.h"
-#include "core/rawvalue.h"
+#include "platform/rawvalue.h"
 
 #include "platform/userdefaults.h"
 

@@ -2,8 +2,8 @@
 
 #include "platform/httpsession.h"
 #include "platform/jsondecoding.h"
+#include "platform/serverredirectpolicy.h"
 #include "platform/userdefaults.h"
-#include "servers/serverredirectpolicy.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

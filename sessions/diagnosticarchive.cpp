@@ -1,7 +1,7 @@
 #include "sessions/diagnosticarchive.h"
 
 #include "platform/paths.h"
-#include "sessions/recordcoding.h"
+#include "platform/recordcoding.h"
 
 #include <QDir>
 #include <QFile>

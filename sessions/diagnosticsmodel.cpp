@@ -1,12 +1,9 @@
 #include "sessions/diagnosticsmodel.h"
 
 #include "platform/bundleinfo.h"
-#include "core/launchermodel.h"
 #include "platform/desktop.h"
-#include "platform/microphone.h"
 #include "platform/filepanels.h"
 #include "platform/paths.h"
-#include "platform/systeminfo.h"
 #include "sessions/diagnosticarchive.h"
 #include "sessions/diagnosticprivacy.h"
 
@@ -41,31 +38,6 @@ QString bundleText(const QVariantMap &bundleInfo, const QString &key)
     return value.typeId() == QMetaType::QString ? value.toString() : u"?"_s;
 }
 } // namespace
-
-DiagnosticsInput DiagnosticsInput::fromSystem()
-{
-    DiagnosticsInput input;
-    input.bundleInfo = BundleInfo::main();
-    input.operatingSystem = SystemInfo::operatingSystemVersion();
-    input.crossOverVersion = SystemInfo::crossOverVersion();
-    input.home = Paths::system().home;
-    return input;
-}
-
-DiagnosticsInput DiagnosticsInput::fromModel(const LauncherModel &model, const Microphone &microphone)
-{
-    DiagnosticsInput input = fromSystem();
-    input.home = model.paths().home;
-    input.game = model.game();
-    input.microphoneStatus = int(microphone.authorizationStatus());
-    for (const EnvironmentCheck &check : model.checks())
-        input.checks.append({check.title, check.ok});
-    input.gameLogPath = model.gameLogPath();
-    input.multiplayerLogDirectory = model.multiplayerLogDirectory();
-    // The console is already bounded by the model; the composition keeps only its tail.
-    input.logText = model.logText();
-    return input;
-}
 
 DiagnosticsModel::DiagnosticsModel(FilePanels &panels, Desktop *desktop, QString temporaryDirectory,
                                    QObject *parent)

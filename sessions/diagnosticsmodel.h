@@ -12,11 +12,10 @@
 
 class Desktop;
 class FilePanels;
-class LauncherModel;
-class Microphone;
 
 // Everything the diagnostics text is made of, copied out of the launcher model and the
-// platform on the main thread so that the composition can run elsewhere.
+// platform on the main thread so that the composition can run elsewhere. The launcher model
+// fills it (core/diagnosticsinput.h).
 struct DiagnosticsInput {
     struct Check {
         QString title;
@@ -41,13 +40,6 @@ struct DiagnosticsInput {
     QString logText;
     // Redacted away from the logs.
     QString home;
-
-    // The platform's part: bundle information, operating system, CrossOver and the user's
-    // home. The caller adds the model's values.
-    static DiagnosticsInput fromSystem();
-    // The platform's part and what the launcher model shows now: its game, checklist, log
-    // locations and console text, and the microphone permission.
-    static DiagnosticsInput fromModel(const LauncherModel &model, const Microphone &microphone);
 };
 
 // The model behind the diagnostics screen: a preview of the summary and the redacted log tails,
@@ -71,10 +63,6 @@ public:
 
     // Starts composing the preview; `busy` until it is there.
     void prepare(const DiagnosticsInput &input);
-    void prepare(const LauncherModel &model, const Microphone &microphone)
-    {
-        prepare(DiagnosticsInput::fromModel(model, microphone));
-    }
     // Asks for a destination and saves the preview there. Does nothing while busy or before
     // a preview exists. (`export` itself is a C++ keyword.)
     void exportArchive();

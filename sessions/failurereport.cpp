@@ -3,11 +3,11 @@
 #include "platform/bundleinfo.h"
 #include "platform/filepanels.h"
 #include "platform/paths.h"
+#include "platform/recordcoding.h"
 #include "platform/systeminfo.h"
 #include "preferences/l10n.h"
 #include "sessions/diagnosticarchive.h"
 #include "sessions/diagnosticprivacy.h"
-#include "sessions/recordcoding.h"
 
 #include <QJsonObject>
 

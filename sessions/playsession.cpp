@@ -1,7 +1,7 @@
 #include "sessions/playsession.h"
 
 #include "platform/jsondecoding.h"
-#include "sessions/recordcoding.h"
+#include "platform/recordcoding.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

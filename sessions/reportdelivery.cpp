@@ -1,7 +1,7 @@
 #include "sessions/reportdelivery.h"
 
 #include "platform/jsondecoding.h"
-#include "sessions/recordcoding.h"
+#include "platform/recordcoding.h"
 
 #include <QCoreApplication>
 #include <QJsonObject>

@@ -1,3 +1,4 @@
+#include "core/diagnosticsinput.h"
 #include "platform/desktop_fake.h"
 #include "platform/microphone_fake.h"
 #include "platform/filepanels_fake.h"
@@ -137,16 +138,18 @@ private Q_SLOTS:
     }
 
     // What the screen shows of a real model: its game, its checklist in order, its log
-    // locations, its console, and the microphone permission as the platform reports it.
+    // locations, its console, and the machine as the model's context describes it.
     void preparedFromTheLauncherModel()
     {
         LauncherRig rig;
+        rig.microphone.status = MicrophoneAuthorization::denied;
+        rig.system.info = {{u"CFBundleShortVersionString"_s, u"3.1.4"_s}, {u"CFBundleVersion"_s, u"159"_s}};
+        rig.system.operatingSystem = u"Version 15.0 (Build 24A335)"_s;
+        rig.system.crossOver = u"25.1"_s;
         LauncherModel &launcher = rig.start();
         launcher.appendLog(u"client said hello from "_s + rig.home.paths.home + u"/x\n"_s);
-        FakeMicrophone microphone;
-        microphone.status = MicrophoneAuthorization::denied;
 
-        const DiagnosticsInput input = DiagnosticsInput::fromModel(launcher, microphone);
+        const DiagnosticsInput input = diagnosticsInput(launcher);
         QCOMPARE(input.game, launcher.game());
         QCOMPARE(input.checks.size(), launcher.checks().size());
         for (qsizetype i = 0; i < input.checks.size(); ++i) {
@@ -158,8 +161,10 @@ private Q_SLOTS:
         QCOMPARE(input.home, rig.home.paths.home);
 
         DiagnosticsModel model(m_panels, &m_desktop, rig.home.paths.temporary);
-        model.prepare(launcher, microphone);
+        model.prepare(input);
         QTRY_VERIFY_WITH_TIMEOUT(!model.busy(), 30000);
+        QVERIFY(model.preview().startsWith(u"Korvane Mac Launcher diagnostics\nVersion: 3.1.4 (159)\n"
+                                           u"macOS: Version 15.0 (Build 24A335)\nCrossOver: 25.1\n"_s));
         QVERIFY(model.preview().contains(u"\nMicrophone: 2\n"_s));
         QVERIFY(model.preview().contains(u"client said hello from [PATH]\n"_s));
         QVERIFY(!model.preview().contains(rig.home.paths.home + u"/x"_s));

@@ -1,6 +1,6 @@
 #include "platform/clock_fake.h"
+#include "platform/serverredirectpolicy.h"
 #include "servers/serverlistmodel.h"
-#include "servers/serverredirectpolicy.h"
 #include "support/httpsserver.h"
 #include "support/testhome.h"
 

@@ -1,6 +1,6 @@
+#include "core/settingstransferflow.h"
 #include "preferences/languagesettings.h"
 #include "preferences/settingstransfer.h"
-#include "preferences/settingstransferflow.h"
 #include "servers/serverlistmodel.h"
 #include "support/bottletree.h"
 #include "support/launcherrig.h"

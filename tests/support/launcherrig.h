@@ -4,6 +4,8 @@
 #include "platform/clock_fake.h"
 #include "platform/desktop_fake.h"
 #include "platform/filepanels_fake.h"
+#include "platform/microphone_fake.h"
+#include "platform/systeminfo_fake.h"
 #include "support/testhome.h"
 
 #include <QDir>
@@ -13,12 +15,15 @@
 using namespace Qt::StringLiterals;
 
 // A launcher over a temporary home: CrossOver's root and the bottles directory live inside it,
-// the panels and the desktop are fakes.
+// the panels, the desktop, the microphone and the machine's facts are fakes. Nothing of the
+// process (its environment, the platform's singletons) goes into the model.
 struct LauncherRig {
     TestHome home;
     FakeClock clock;
     FakeFilePanels panels;
     FakeDesktop desktop;
+    FakeMicrophone microphone;
+    FakeSystemFacts system;
     QString cxRoot = home.root() + u"/cxoffice"_s;
     QString bottles = home.paths.home + u"/.cxoffice"_s;
     QString resources = home.root() + u"/resources"_s;
@@ -27,7 +32,6 @@ struct LauncherRig {
     LauncherRig()
     {
         home.installLocalization();
-        qputenv("CX_ROOT", cxRoot.toUtf8());
         QDir().mkpath(bottles);
     }
 
@@ -36,10 +40,15 @@ struct LauncherRig {
         model.reset();
         Paths paths = home.paths;
         paths.resources = resources;
-        model = std::make_unique<LauncherModel>(LauncherContext{*home.defaults, clock, paths,
-                                                                CrossOverLocation::system(home.paths.home),
-                                                                service(), &panels, &desktop});
+        model = std::make_unique<LauncherModel>(LauncherContext{*home.defaults, clock, microphone, system, paths,
+                                                                crossOver(), service(), &panels, &desktop});
         return *model;
+    }
+
+    // The sandbox's CrossOver, laid out as CrossOver for Linux installs itself.
+    CrossOverLocation crossOver() const
+    {
+        return {cxRoot + u"/bin/wine"_s, cxRoot + u"/bin/wineserver"_s, bottles};
     }
 
     // Nothing listens there: these tests make no requests.

@@ -1,4 +1,4 @@
-#include "sessions/recordcoding.h"
+#include "platform/recordcoding.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,9 +1,9 @@
-#include "preferences/settingstransferflow.h"
+#include "core/settingstransferflow.h"
 
 #include "core/launchermodel.h"
 #include "platform/filepanels.h"
+#include "platform/recordcoding.h"
 #include "preferences/languagesettings.h"
-#include "sessions/recordcoding.h"
 #include "servers/serverlistmodel.h"
 
 #include <QDir>

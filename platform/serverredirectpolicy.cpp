@@ -1,4 +1,4 @@
-#include "servers/serverredirectpolicy.h"
+#include "platform/serverredirectpolicy.h"
 
 using namespace Qt::StringLiterals;
 
