@@ -1,5 +1,5 @@
 #include "crossover/bottlelaunchmode.h"
-#include "core/rawvalue.h"
+#include "platform/rawvalue.h"
 #include "crossover/bottleprocesssnapshot.h"
 
 using namespace Qt::StringLiterals;
