@@ -27,7 +27,7 @@ namespace {
 // master reports end of file once every copy of the terminal is closed. A process the script
 // left behind may keep a copy open for as long as it lives, so the wait for that end of file
 // is bounded.
-constexpr std::chrono::milliseconds drainLimit{500};
+constexpr std::chrono::milliseconds drainLimit{2000};
 // One read burst per wake-up, so that a child flooding the terminal cannot starve the event loop.
 constexpr qsizetype readBurst = 256 * 1024;
 

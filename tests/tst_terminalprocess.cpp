@@ -74,6 +74,21 @@ class TestTerminalProcess : public QObject {
                 {u"KVN_MARK"_s, u"it's \"quoted\" $HOME"_s}};
     }
 
+    // A background job that ignores SIGHUP, and the script goes on only once it does. The job
+    // sets the trap itself: zsh gives a background job default dispositions whatever the script
+    // ignores. Runs in readyFolder().
+    static QByteArray ignoringHangup(const QByteArray &body)
+    {
+        return "( trap '' HUP; : >ready; " + body + " ) &\nwhile [[ ! -e ready ]]; do :; done\n";
+    }
+
+    QString readyFolder()
+    {
+        const QString folder = m_home.root() + u"/ready-%1"_s.arg(++m_scripts);
+        QDir().mkpath(folder);
+        return folder;
+    }
+
 private Q_SLOTS:
     // The client sees a terminal of 120 by 30 as its controlling terminal, in a session of its
     // own, with the given environment and folder; reading its input ends at once.
@@ -142,12 +157,27 @@ private Q_SLOTS:
         QVERIFY(run.output.endsWith("console line\r\nlast"));
     }
 
+    // What a process left behind by the script writes after the script ended still arrives:
+    // the terminal is read until no process holds it any more.
+    void deliversWhatOutlivesTheScript()
+    {
+        Run run;
+        QVERIFY(run.process->start(script(ignoringHangup("while kill -0 $$ 2>/dev/null; do :; done; print late")
+                                          + "exit 4\n"),
+                                   environment(), readyFolder()));
+        QTRY_COMPARE_WITH_TIMEOUT(run.exits.size(), 1, 20000);
+        QCOMPARE(run.exits.first(), (TerminalExit{4, 0}));
+        QCOMPARE(run.output, "late\r\n");
+    }
+
     void stopEndsTheWholeGroup_data()
     {
         QTest::addColumn<QByteArray>("grandchild");
 
-        QTest::newRow("grandchild that obeys") << QByteArray("sleep 300 &\n");
-        QTest::newRow("grandchild that ignores SIGTERM") << QByteArray("( trap '' TERM; exec sleep 300 ) &\n");
+        // Both ignore the hangup that the end of the session would send them: only a signal to
+        // the group reaches them.
+        QTest::newRow("grandchild that obeys") << ignoringHangup("exec sleep 300");
+        QTest::newRow("grandchild that ignores SIGTERM") << ignoringHangup("trap '' TERM; exec sleep 300");
     }
 
     void stopEndsTheWholeGroup()
@@ -155,7 +185,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, grandchild);
         Run run;
         QVERIFY(run.process->start(script(grandchild + "print \"grandchild $!\"\nwait\n"), environment(),
-                                   m_home.paths.home));
+                                   readyFolder()));
         QTRY_VERIFY_WITH_TIMEOUT(printedPid(run.output, "grandchild") > 0, 20000);
         const qint64 sleeper = printedPid(run.output, "grandchild");
         QVERIFY(!gone(sleeper));
