@@ -52,7 +52,8 @@ BENCHMARK(BM_lineSplit)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)
 {
-    // One expression per line plus a set insertion against one scan for line breaks; at this
-    // ratio a listing of 10,000 processes still parses in a few milliseconds.
-    return kvnbench::runWithRatios(argc, argv, {{"BM_snapshotParse", "BM_lineSplit", 40.0}});
+    // One expression per line plus a set insertion against one scan for line breaks (about 7
+    // when measured); within the target a listing of 10,000 processes parses in well under the
+    // probe's own start-up time.
+    return kvnbench::runWithRatios(argc, argv, {{"BM_snapshotParse", "BM_lineSplit", 20.0}});
 }
