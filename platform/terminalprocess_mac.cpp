@@ -5,6 +5,9 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <climits>
+#include <iterator>
+#include <utility>
 
 #include <csignal>
 
