@@ -16,8 +16,9 @@ QString listing()
     for (int index = 0; index < 10'000; ++index) {
         const QString pid = QString::number(0x20 + index * 8, 16).rightJustified(8, u'0');
         const QString marker = index % 3 ? u"\\_ "_s : QString();
-        text += u' ' + pid + u' ' + QString::number(index % 40 + 1).leftJustified(8) + marker + u"'C:\\Program Files\\App "_s
-            + QString::number(index % 500) + u"\\Program"_s + QString::number(index) + u".exe'\n"_s;
+        text += u' ' + pid + u' ' + QString::number(index % 40 + 1).leftJustified(8) + marker
+            + u"'C:\\Program Files\\App "_s + QString::number(index % 500) + u"\\Program"_s + QString::number(index)
+            + u".exe'\n"_s;
     }
     return text;
 }

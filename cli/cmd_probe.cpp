@@ -62,7 +62,8 @@ bool temporaryRestartPending(const LauncherModel &model)
 {
     const QFileInfo bottle(model.selectedBottlePath());
     const QString canonical = bottle.exists() ? bottle.canonicalFilePath() : QDir::cleanPath(bottle.absoluteFilePath());
-    const QString digits = QString::fromLatin1(QCryptographicHash::hash(canonical.toUtf8(), QCryptographicHash::Sha256).toHex());
+    const QByteArray digest = QCryptographicHash::hash(canonical.toUtf8(), QCryptographicHash::Sha256).toHex();
+    const QString digits = QString::fromLatin1(digest);
     return QFileInfo::exists(model.applicationDataDirectory() + u"/Profiles/"_s + digits + u".restart-required"_s);
 }
 

@@ -341,7 +341,8 @@ int debugger()
         return 0;
     }
     const QJsonValue verbatim = scenario().value(u"winedbgOutput"_s);
-    writeAll(STDOUT_FILENO, verbatim.isString() ? verbatim.toString().toUtf8() : listing(readProcesses(bottlePrefix())));
+    writeAll(STDOUT_FILENO,
+             verbatim.isString() ? verbatim.toString().toUtf8() : listing(readProcesses(bottlePrefix())));
     return behaviour == "failure"_L1 ? 1 : 0;
 }
 

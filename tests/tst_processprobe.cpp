@@ -115,7 +115,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("output");
         QTest::addColumn<QStringList>("expected"); // empty: unrecognizedOutput
 
-        QTest::newRow("full Windows path") << header + u" 00000020 3        'C:\\Program Files (x86)\\Steam\\steam.exe'\n"_s
+        QTest::newRow("full Windows path")
+            << header + u" 00000020 3        'C:\\Program Files (x86)\\Steam\\steam.exe'\n"_s
                                            << QStringList{u"steam.exe"_s};
         QTest::newRow("debugger mark and child marker")
             << header + u"=00000128 1        \\_ 'winedbg.exe'\n 00000130 2        \\_'amtrucks.exe'\n"_s
@@ -181,7 +182,8 @@ private Q_SLOTS:
         QTest::newRow("nothing runs, restart pending") << QStringList() << true << u"coldStart"_s;
         QTest::newRow("Steam runs") << QStringList{u"steam.exe"_s, u"services.exe"_s} << false << u"reuseSteam"_s;
         QTest::newRow("Steam runs, restart pending") << QStringList{u"steam.exe"_s} << true << u"profileChange"_s;
-        QTest::newRow("ETS2 runs with Steam") << QStringList{u"steam.exe"_s, u"eurotrucks2.exe"_s} << false << QString();
+        QTest::newRow("ETS2 runs with Steam")
+            << QStringList{u"steam.exe"_s, u"eurotrucks2.exe"_s} << false << QString();
         QTest::newRow("ATS runs without Steam") << QStringList{u"amtrucks.exe"_s} << true << QString();
     }
 
@@ -206,7 +208,8 @@ private Q_SLOTS:
 
         QTest::newRow("idle bottle") << QJsonObject() << QStringList() << 10.0 << QString() << QStringList();
         QTest::newRow("Steam and the game run")
-            << QJsonObject() << QStringList{u"C:\\Program Files (x86)\\Steam\\steam.exe"_s, u"Z:\\games\\EuroTrucks2.exe"_s}
+            << QJsonObject()
+            << QStringList{u"C:\\Program Files (x86)\\Steam\\steam.exe"_s, u"Z:\\games\\EuroTrucks2.exe"_s}
             << 10.0 << QString() << QStringList{u"eurotrucks2.exe"_s, u"steam.exe"_s};
         QTest::newRow("real Wine listing") << QJsonObject{{u"winedbgOutput"_s, realListingWithSteam}} << QStringList()
                                            << 10.0 << QString() << QStringList{u"cmd.exe"_s, u"steam.exe"_s};
@@ -306,7 +309,8 @@ private Q_SLOTS:
 
         const QString steam = u"C:\\Program Files (x86)\\Steam\\steam.exe"_s;
         const QStringList json{u"probe"_s, u"--json"_s};
-        QTest::newRow("cold start") << QStringList() << QJsonObject() << true << json << 0 << u"coldStart"_s << QString();
+        QTest::newRow("cold start")
+            << QStringList() << QJsonObject() << true << json << 0 << u"coldStart"_s << QString();
         QTest::newRow("reuse Steam") << QStringList{steam} << QJsonObject() << false << json << 0 << u"reuseSteam"_s
                                      << QString();
         QTest::newRow("profile change") << QStringList{steam} << QJsonObject() << true << json << 0
@@ -335,9 +339,11 @@ private Q_SLOTS:
         QFETCH(QString, error);
         m_sandbox->writeScenario(scenario);
         m_sandbox->setRunning(m_bottle, running);
-        const QString digits = QString::fromLatin1(
-            QCryptographicHash::hash(QFileInfo(m_bottle).canonicalFilePath().toUtf8(), QCryptographicHash::Sha256).toHex());
-        const QString marker = m_home.root() + u"/data/Korvane Mac Launcher/Profiles/"_s + digits + u".restart-required"_s;
+        const QByteArray bottlePath = QFileInfo(m_bottle).canonicalFilePath().toUtf8();
+        const QByteArray digest = QCryptographicHash::hash(bottlePath, QCryptographicHash::Sha256).toHex();
+        const QString digits = QString::fromLatin1(digest);
+        const QString marker =
+            m_home.root() + u"/data/Korvane Mac Launcher/Profiles/"_s + digits + u".restart-required"_s;
         QFile::remove(marker);
         if (restartPending)
             BottleTree::touch(marker, false, "pending\n");
@@ -367,7 +373,8 @@ private Q_SLOTS:
         QCOMPARE(answer.value(u"mode"_s).toString(), mode);
         const QStringList executables = answer.value(u"executables"_s).toVariant().toStringList();
         QCOMPARE(executables, sorted(executables));
-        QCOMPARE(executables.contains(u"steam.exe"_s), running.contains(u"C:\\Program Files (x86)\\Steam\\steam.exe"_s));
+        QCOMPARE(executables.contains(u"steam.exe"_s),
+                 running.contains(u"C:\\Program Files (x86)\\Steam\\steam.exe"_s));
         QVERIFY(executables.contains(u"winedbg.exe"_s));
     }
 

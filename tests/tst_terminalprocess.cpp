@@ -255,8 +255,63 @@ private Q_SLOTS:
         QFile gameLog(m_home.paths.home + u"/Documents/American Truck Simulator/game.log.txt"_s);
         QVERIFY(gameLog.open(QIODevice::ReadOnly));
         QCOMPARE(gameLog.readAll(), "Map loaded\n");
-        const QStringList clientLogs = QDir(m_home.paths.home + u"/Documents/ATSKVN/logs"_s).entryList({u"client_*.txt"_s});
+        const QStringList clientLogs =
+            QDir(m_home.paths.home + u"/Documents/ATSKVN/logs"_s).entryList({u"client_*.txt"_s});
         QCOMPARE(clientLogs.size(), 1);
+    }
+
+    // The client behaviours the launch tests rely on: a flood arrives whole; a freeze leaves the
+    // game's log at the hang marker and keeps running; a client that ignores SIGTERM still goes
+    // with the group; a list of runs plays one entry per call.
+    void simulatedClientBehaviours_data()
+    {
+        QTest::addColumn<QJsonValue>("cli");
+        QTest::addColumn<bool>("stop");
+        QTest::addColumn<QList<TerminalExit>>("exits"); // one per run of the script
+
+        const QJsonArray flood{QJsonObject{{u"flood"_s, 20000}}};
+        QTest::newRow("flood, one run a call")
+            << QJsonValue(QJsonArray{QJsonObject{{u"steps"_s, flood}, {u"exitCode"_s, 3}},
+                                     QJsonObject{{u"exitCode"_s, 4}}})
+            << false << QList<TerminalExit>{{3, 0}, {4, 0}, {4, 0}};
+        QTest::newRow("freeze") << QJsonValue(QJsonObject{{u"steps"_s, QJsonArray{QJsonObject{{u"freeze"_s, true}}}}})
+                                << true << QList<TerminalExit>{{0, SIGTERM}};
+        QTest::newRow("hang ignoring SIGTERM")
+            << QJsonValue(QJsonObject{{u"ignoreTerm"_s, true},
+                                      {u"steps"_s, QJsonArray{QJsonObject{{u"hang"_s, true}}}}})
+            << true << QList<TerminalExit>{{0, SIGTERM}};
+    }
+
+    void simulatedClientBehaviours()
+    {
+        QFETCH(QJsonValue, cli);
+        QFETCH(bool, stop);
+        QFETCH(QList<TerminalExit>, exits);
+        TestHome home;
+        CrossOverSandbox sandbox(home);
+        sandbox.writeScenario({{u"cli"_s, cli}});
+        QFile gameLog(home.paths.home + u"/Documents/Euro Truck Simulator 2/game.log.txt"_s);
+        const QByteArray client = "env HOME='" + home.paths.home.toUtf8() + "' WINE='" + sandbox.winePath().toUtf8()
+            + "' '" + sandbox.cliPath().toUtf8() + "' start ets2kvn\n";
+        for (qsizetype index = 0; index < exits.size(); ++index) {
+            Run run;
+            QVERIFY(run.process->start(script(client + "exit $?\n"), environment(), home.root()));
+            if (stop) {
+                QTRY_COMPARE_WITH_TIMEOUT(sandbox.calls(u"korvane-cli"_s).size(), 1, 20000);
+                if (QByteArray(QTest::currentDataTag()) == "freeze")
+                    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(gameLog.fileName()), 20000);
+                QVERIFY(run.exits.isEmpty());
+                run.process->stop(200ms);
+            }
+            QTRY_COMPARE_WITH_TIMEOUT(run.exits.size(), 1, 20000);
+            QCOMPARE(run.exits.first(), exits.at(index));
+            if (!stop)
+                QCOMPARE(run.output.count("\r\n"), index == 0 ? 20000 : 0);
+        }
+        const qint64 pid = sandbox.calls(u"korvane-cli"_s).constLast().value(u"pid"_s).toInteger();
+        QTRY_VERIFY_WITH_TIMEOUT(gone(pid), 20000);
+        if (gameLog.open(QIODevice::ReadOnly))
+            QVERIFY(gameLog.readAll().trimmed().endsWith("Enforcing 'floor_reflection' to 'off'"));
     }
 
     void startFailures()

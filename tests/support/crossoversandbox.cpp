@@ -83,7 +83,8 @@ QList<QJsonObject> CrossOverSandbox::calls(const QString &role) const
 
 QString CrossOverSandbox::statePath(const QString &bottle) const
 {
-    const QByteArray digest = QCryptographicHash::hash(QDir::cleanPath(bottle).toUtf8(), QCryptographicHash::Sha1).toHex();
+    const QByteArray prefix = QDir::cleanPath(bottle).toUtf8();
+    const QByteArray digest = QCryptographicHash::hash(prefix, QCryptographicHash::Sha1).toHex();
     return simulatorDirectory() + u"/state/"_s + QString::fromLatin1(digest) + u".json"_s;
 }
 
