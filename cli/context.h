@@ -41,3 +41,4 @@ int redactCommand(CliContext &context, const QStringList &arguments);
 int tailCommand(CliContext &context, const QStringList &arguments);
 int diagnosticsCommand(CliContext &context, const QStringList &arguments);
 int sessionsCommand(CliContext &context, const QStringList &arguments);
+int probeCommand(CliContext &context, const QStringList &arguments);

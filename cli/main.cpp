@@ -29,6 +29,7 @@ const CommandEntry commands[] = {
     {"tail"_L1, tailCommand, "tail FILE [--max BYTES]"_L1},
     {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
     {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
+    {"probe"_L1, probeCommand, "probe [--timeout SECONDS] [--json]"_L1},
 };
 
 void printUsage(QTextStream &stream)
