@@ -69,6 +69,10 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     if (const auto stored = m_defaults.string(gameKey))
         if (const auto game = GameKind::fromRawValue(*stored))
             setGame(*game);
+    // A stored ATS has just applied its profile, which ends the loading state. Until the profile
+    // is applied once more below, nothing may be saved into it: discovery's choice of bottle
+    // would replace a remembered bottle that discovery cannot find.
+    m_loadingProfile = true;
 
     // Only DirectX 11 is offered now: a recognised old choice is migrated, an unknown value is
     // left for whoever wrote it.

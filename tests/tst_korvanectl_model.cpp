@@ -1,3 +1,4 @@
+#include "games/gameprofile.h"
 #include "platform/clock_fake.h"
 #include "sessions/sessionactivity.h"
 #include "support/bottletree.h"
@@ -111,6 +112,34 @@ private Q_SLOTS:
         QCOMPARE(state.value(u"bottles"_s).toArray(), (QJsonArray{main, other}));
 
         QCOMPARE(run(home, {u"select"_s, u"--game"_s, u"ets3"_s}).exitCode, 2);
+    }
+
+    // Each korvanectl run is a start of the launcher: the bottle chosen by hand for a game must
+    // be the one every later start finds, though discovery would pick another.
+    void aHandChosenBottleIsKeptAcrossRuns_data()
+    {
+        QTest::addColumn<QString>("game");
+        QTest::addColumn<QString>("rawValue");
+        QTest::newRow("ETS2") << u"ets2"_s << u"Euro Truck Simulator 2"_s;
+        QTest::newRow("ATS") << u"ats"_s << u"American Truck Simulator"_s;
+    }
+    void aHandChosenBottleIsKeptAcrossRuns()
+    {
+        QFETCH(QString, game);
+        QFETCH(QString, rawValue);
+        TestHome home;
+        BottleTree::makeBottle(bottlesOf(home), u"Discovered"_s, true);
+        const QString chosen = BottleTree::makeBottle(home.paths.home + u"/Elsewhere"_s, u"Chosen"_s);
+
+        QCOMPARE(run(home, {u"select"_s, u"--game"_s, game}).exitCode, 0);
+        QCOMPARE(run(home, {u"select"_s, u"--bottle"_s, chosen}).exitCode, 0);
+        for (int start = 0; start < 2; ++start) {
+            const QJsonObject state = status(home);
+            QCOMPARE(state.value(u"game"_s).toString(), rawValue);
+            QCOMPARE(state.value(u"selectedBottlePath"_s).toString(), chosen);
+        }
+        JsonUserDefaults stored(korvanectlDefaultsPath(home));
+        QCOMPARE(GameProfiles(stored).profile(*GameKind::fromRawValue(rawValue)).value_or(GameProfile()).bottle, chosen);
     }
 
     void settingsExportAndImport()
