@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/filepanels.h"
+#include "platform/privatedirectory.h"
 #include "platform/systeminfo.h"
 #include "platform/userdefaults.h"
 #include "preferences/settingstransfer.h"
@@ -492,7 +493,7 @@ void LauncherModel::copyLog()
 void LauncherModel::openDataFolder()
 {
     // A failure to create the folder is not reported: the file browser shows what there is.
-    QDir().mkpath(applicationDataDirectory());
+    PrivateDirectory::create(applicationDataDirectory());
     if (m_desktop)
         m_desktop->openInFileBrowser(applicationDataDirectory());
 }

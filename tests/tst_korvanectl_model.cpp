@@ -161,6 +161,10 @@ private Q_SLOTS:
         result = run(home, {u"settings"_s, u"import"_s, file, u"--yes"_s});
         QCOMPARE(result.exitCode, 0);
         QVERIFY(result.out.contains(english("transfer.applied.missing")));
+        // Every folder made on the way to the settings and the backup is the user's alone.
+        for (const QString &folder : {u"/config"_s, u"/config/korvane-launcher"_s, u"/data"_s,
+                                      u"/data/Korvane Mac Launcher"_s, u"/data/Korvane Mac Launcher/SettingsBackups"_s})
+            QVERIFY2((QFile(home.root() + folder).permissions() & 0x0077) == QFileDevice::Permissions(), qPrintable(folder));
         QCOMPARE(status(home).value(u"game"_s).toString(), u"Euro Truck Simulator 2"_s);
 
         BottleTree::touch(file, false, "{}");

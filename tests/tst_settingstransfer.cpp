@@ -197,6 +197,7 @@ private Q_SLOTS:
         QCOMPARE(rig.backups().size(), 1);
         QCOMPARE(unixMode(backup), 0600);
         QCOMPARE(unixMode(QFileInfo(backup).absolutePath()), 0700);
+        QCOMPARE(unixMode(model.applicationDataDirectory()), 0700);
         QCOMPARE(SettingsTransfer::decode(contents(backup)), changed);
     }
 
