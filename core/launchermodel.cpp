@@ -4,6 +4,7 @@
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/filepanels.h"
+#include "platform/privatedirectory.h"
 #include "platform/systeminfo.h"
 #include "platform/userdefaults.h"
 #include "preferences/settingstransfer.h"
@@ -71,6 +72,10 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     if (const auto stored = m_defaults.string(gameKey))
         if (const auto game = GameKind::fromRawValue(*stored))
             setGame(*game);
+    // A stored ATS has just applied its profile, which ends the loading state. Until the profile
+    // is applied once more below, nothing may be saved into it: discovery's choice of bottle
+    // would replace a remembered bottle that discovery cannot find.
+    m_loadingProfile = true;
 
     // Only DirectX 11 is offered now: a recognised old choice is migrated, an unknown value is
     // left for whoever wrote it.
@@ -490,7 +495,7 @@ void LauncherModel::copyLog()
 void LauncherModel::openDataFolder()
 {
     // A failure to create the folder is not reported: the file browser shows what there is.
-    QDir().mkpath(applicationDataDirectory());
+    PrivateDirectory::create(applicationDataDirectory());
     if (m_desktop)
         m_desktop->openInFileBrowser(applicationDataDirectory());
 }

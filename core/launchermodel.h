@@ -230,7 +230,7 @@ private:
     FilePanels *m_panels;
     Desktop *m_desktop;
 
-    // Stored state, in the order the launcher's design lists it.
+    // Stored state.
     QList<Bottle> m_bottles;
     QString m_selectedBottlePath;
     GameKind m_game = GameKind::ets2;
@@ -245,7 +245,8 @@ private:
     QPointer<SessionActivity> m_activity;
     bool m_skipIntro = true;
     // True while a profile is being applied, so that the observers it sets off do not write the
-    // half-applied state back. Starts true: construction applies the stored settings first.
+    // half-applied state back. Starts true, and construction keeps it so until the stored game's
+    // profile is applied, so that the stored settings and discovery do not overwrite a profile.
     bool m_loadingProfile = true;
     std::optional<LaunchIssue> m_issue;
     std::optional<CompatibilityResult> m_compatibility;

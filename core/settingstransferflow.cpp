@@ -2,6 +2,7 @@
 
 #include "core/launchermodel.h"
 #include "platform/filepanels.h"
+#include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
 #include "preferences/languagesettings.h"
 #include "servers/serverlistmodel.h"
@@ -116,7 +117,7 @@ std::optional<LocalizedMessage> SettingsTransferFlow::importSettings()
 bool SettingsTransferFlow::writeBackup()
 {
     const QString folder = m_model.applicationDataDirectory() + u'/' + backupFolderName;
-    if (!QDir().mkpath(folder)
+    if (!PrivateDirectory::create(folder)
         || !QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner)) {
         m_lastError = u"cannot create %1"_s.arg(folder);
         return false;

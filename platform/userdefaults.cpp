@@ -1,8 +1,9 @@
 #include "platform/userdefaults.h"
 
+#include "platform/privatedirectory.h"
+
 #include <QFile>
 #include <QFileInfo>
-#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -331,7 +332,7 @@ void JsonUserDefaults::write()
         m_damaged = false;
     }
 
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    PrivateDirectory::create(QFileInfo(m_path).absolutePath());
     QSaveFile file(m_path);
     if (!file.open(QIODevice::WriteOnly)) {
         m_lastError = file.errorString();

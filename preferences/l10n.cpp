@@ -25,9 +25,14 @@ QString formatNumber(const QVariant &value, QChar conversion, int precision, con
     case 'X':
         return QString::number(value.toULongLong(), 16).toUpper();
     case 'f':
-        return locale.toString(value.toDouble(), 'f', precision < 0 ? 6 : precision);
-    case 'g':
-        return locale.toString(value.toDouble(), 'g', precision < 0 ? 6 : precision);
+    case 'g': {
+        // printf's %f and %g take the locale's decimal separator but never group digits, and
+        // %g writes its exponent in lower case where QLocale writes "E".
+        QLocale ungrouped = locale;
+        ungrouped.setNumberOptions(locale.numberOptions() | QLocale::OmitGroupSeparator);
+        const QString text = ungrouped.toString(value.toDouble(), char(conversion.unicode()), precision < 0 ? 6 : precision);
+        return conversion == u'g' ? text.toLower() : text;
+    }
     default:
         return value.toString();
     }

@@ -1,6 +1,7 @@
 #include "sessions/diagnosticarchive.h"
 
 #include "platform/paths.h"
+#include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
 
 #include <QDir>
@@ -111,8 +112,8 @@ void DiagnosticArchive::save(const QString &report, const QString &destination, 
         fail(workingPath + u": "_s + QString::fromLocal8Bit(std::strerror(errno)));
 
     const QString folder = working.path() + u"/Diagnostics"_s;
-    if (!QDir().mkdir(folder))
-        fail(folder + u": cannot create the folder"_s);
+    if (QString error; !PrivateDirectory::create(folder, &error))
+        fail(error);
     const QByteArray text = report.toUtf8();
     writeAtomically(folder + u"/report.txt"_s, text, {});
 

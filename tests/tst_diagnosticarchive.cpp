@@ -33,12 +33,15 @@ Run run(const QString &program, const QStringList &arguments)
 }
 
 // Python's own zip reader, independent of libzip: integrity check, names, and the report.
+// Everything goes through the one binary stream: mixing it with the text stream reorders the
+// output unless Python happens to run unbuffered.
 const char *pythonCheck = R"py(
 import sys, zipfile
+out = sys.stdout.buffer
 with zipfile.ZipFile(sys.argv[1]) as z:
     assert z.testzip() is None
-    sys.stdout.write("|".join(z.namelist()) + "\n")
-    sys.stdout.buffer.write(z.read("Diagnostics/report.txt"))
+    out.write(("|".join(z.namelist()) + "\n").encode("utf-8"))
+    out.write(z.read("Diagnostics/report.txt"))
 )py";
 } // namespace
 

@@ -115,6 +115,31 @@ private Q_SLOTS:
         QCOMPARE(DiagnosticPrivacy::redact(input, home), expected);
     }
 
+    // Every key of the list on its own, in the spellings logs use: any one of them withholds the
+    // whole line, and nothing else in these lines would be redacted.
+    void sensitiveKeysWithholdTheLine_data()
+    {
+        QTest::addColumn<QString>("line");
+        const QStringList lines{
+            u"password accepted"_s,     u"PASSWD file read"_s,       u"refresh Token expired"_s,
+            u"Authorization header sent"_s, u"cookie jar saved"_s,   u"client_secret set"_s,
+            u"Login screen shown"_s,    u"Email verified"_s,         u"E-Mail verified"_s,
+            u"steamid present"_s,       u"steam_id=5"_s,             u"Steam ID: 5"_s,
+            u"playername set"_s,        u"player_name=Anna"_s,       u"Player Name: Anna"_s,
+            u"Nickname: Anna"_s,        u"chat message from Anna"_s, u"profile loaded"_s,
+            u"Account linked"_s,        u"credentials cached"_s,     u"username=anna"_s,
+            u"user_name=anna"_s,        u"user name: anna"_s,        u"USERNAME"_s,
+        };
+        for (const QString &line : lines)
+            QTest::newRow(qPrintable(line)) << line;
+    }
+    void sensitiveKeysWithholdTheLine()
+    {
+        QFETCH(QString, line);
+        QCOMPARE(DiagnosticPrivacy::redact(u"before\n"_s + line + u"\nafter"_s, u"/Users/anna"_s),
+                 u"before\n[REDACTED: potentially identifying line]\nafter"_s);
+    }
+
     void tail_data()
     {
         QTest::addColumn<QByteArray>("content");

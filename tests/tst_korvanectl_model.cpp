@@ -1,3 +1,4 @@
+#include "games/gameprofile.h"
 #include "platform/clock_fake.h"
 #include "sessions/sessionactivity.h"
 #include "support/bottletree.h"
@@ -113,6 +114,34 @@ private Q_SLOTS:
         QCOMPARE(run(home, {u"select"_s, u"--game"_s, u"ets3"_s}).exitCode, 2);
     }
 
+    // Each korvanectl run is a start of the launcher: the bottle chosen by hand for a game must
+    // be the one every later start finds, though discovery would pick another.
+    void aHandChosenBottleIsKeptAcrossRuns_data()
+    {
+        QTest::addColumn<QString>("game");
+        QTest::addColumn<QString>("rawValue");
+        QTest::newRow("ETS2") << u"ets2"_s << u"Euro Truck Simulator 2"_s;
+        QTest::newRow("ATS") << u"ats"_s << u"American Truck Simulator"_s;
+    }
+    void aHandChosenBottleIsKeptAcrossRuns()
+    {
+        QFETCH(QString, game);
+        QFETCH(QString, rawValue);
+        TestHome home;
+        BottleTree::makeBottle(bottlesOf(home), u"Discovered"_s, true);
+        const QString chosen = BottleTree::makeBottle(home.paths.home + u"/Elsewhere"_s, u"Chosen"_s);
+
+        QCOMPARE(run(home, {u"select"_s, u"--game"_s, game}).exitCode, 0);
+        QCOMPARE(run(home, {u"select"_s, u"--bottle"_s, chosen}).exitCode, 0);
+        for (int start = 0; start < 2; ++start) {
+            const QJsonObject state = status(home);
+            QCOMPARE(state.value(u"game"_s).toString(), rawValue);
+            QCOMPARE(state.value(u"selectedBottlePath"_s).toString(), chosen);
+        }
+        JsonUserDefaults stored(korvanectlDefaultsPath(home));
+        QCOMPARE(GameProfiles(stored).profile(*GameKind::fromRawValue(rawValue)).value_or(GameProfile()).bottle, chosen);
+    }
+
     void settingsExportAndImport()
     {
         TestHome home;
@@ -132,6 +161,10 @@ private Q_SLOTS:
         result = run(home, {u"settings"_s, u"import"_s, file, u"--yes"_s});
         QCOMPARE(result.exitCode, 0);
         QVERIFY(result.out.contains(english("transfer.applied.missing")));
+        // Every folder made on the way to the settings and the backup is the user's alone.
+        for (const QString &folder : {u"/config"_s, u"/config/korvane-launcher"_s, u"/data"_s,
+                                      u"/data/Korvane Mac Launcher"_s, u"/data/Korvane Mac Launcher/SettingsBackups"_s})
+            QVERIFY2((QFile(home.root() + folder).permissions() & 0x0077) == QFileDevice::Permissions(), qPrintable(folder));
         QCOMPARE(status(home).value(u"game"_s).toString(), u"Euro Truck Simulator 2"_s);
 
         BottleTree::touch(file, false, "{}");

@@ -85,6 +85,39 @@ private Q_SLOTS:
         QCOMPARE(rig.bottleNames(), (QStringList{u"c"_s, u"D"_s, u"a"_s, u"B"_s, u"Remembered"_s}));
     }
 
+    // A bottle chosen by hand outside the bottles folder stays the game's bottle at every start,
+    // whatever discovery finds, and its profile keeps naming it.
+    void rememberedBottleSurvivesRestarts_data()
+    {
+        QTest::addColumn<int>("game");
+        QTest::addColumn<bool>("discoveryFindsOne");
+        QTest::newRow("ETS2, another bottle with Steam found") << int(GameKind::ets2) << true;
+        QTest::newRow("ETS2, no bottle found") << int(GameKind::ets2) << false;
+        QTest::newRow("ATS, another bottle with Steam found") << int(GameKind::ats) << true;
+        QTest::newRow("ATS, no bottle found") << int(GameKind::ats) << false;
+    }
+    void rememberedBottleSurvivesRestarts()
+    {
+        QFETCH(int, game);
+        QFETCH(bool, discoveryFindsOne);
+        const GameKind kind{GameKind::Value(game)};
+        LauncherRig rig;
+        if (discoveryFindsOne)
+            BottleTree::makeBottle(rig.bottles, u"Found"_s, true);
+        const QString chosen = BottleTree::makeBottle(rig.home.root(), u"Chosen"_s);
+        rig.start().setGame(kind);
+        rig.panels.answers.append(chosen);
+        rig.model->chooseBottle();
+
+        for (int restart = 0; restart < 2; ++restart) {
+            LauncherModel &model = rig.start();
+            QCOMPARE(model.game(), kind);
+            QCOMPARE(model.selectedBottlePath(), chosen);
+            QVERIFY(model.bottles().contains(Bottle{chosen}));
+            QCOMPARE(GameProfiles(*rig.home.reopenDefaults()).profile(kind).value_or(GameProfile()).bottle, chosen);
+        }
+    }
+
     void choosingABottle_data()
     {
         QTest::addColumn<QString>("answer"); // relative to the bottles directory; "-" cancels

@@ -117,6 +117,10 @@ private Q_SLOTS:
         QTest::newRow("positional") << u"%2$@ vor %1$@"_s << QVariantList{u"A"_s, u"B"_s} << u"de"_s << u"B vor A"_s;
         QTest::newRow("percent sign") << u"%d%% done"_s << QVariantList{50} << u"en"_s << u"50% done"_s;
         QTest::newRow("German decimals") << u"%.1f s"_s << QVariantList{2.26} << u"de"_s << u"2,3 s"_s;
+        QTest::newRow("German thousands, not grouped") << u"%.1f s"_s << QVariantList{1234.5} << u"de"_s << u"1234,5 s"_s;
+        QTest::newRow("Hungarian thousands, not grouped") << u"%.2f"_s << QVariantList{-98765.432} << u"hu"_s << u"-98765,43"_s;
+        QTest::newRow("%g, not grouped") << u"%g MB"_s << QVariantList{12345.0} << u"en"_s << u"12345 MB"_s;
+        QTest::newRow("%g past its precision") << u"%g"_s << QVariantList{1234567.0} << u"de"_s << u"1,23457e+06"_s;
         QTest::newRow("missing argument") << u"%@ and %@"_s << QVariantList{u"one"_s} << u"en"_s << u"one and "_s;
         QTest::newRow("unknown conversion kept") << u"%q %@"_s << QVariantList{u"x"_s} << u"en"_s << u"%q x"_s;
         QTest::newRow("trailing percent") << u"100%"_s << QVariantList{1} << u"en"_s << u"100%"_s;

@@ -1,9 +1,22 @@
 #include "platform/bundleinfo.h"
 #include "platform/paths.h"
+#include "platform/privatedirectory.h"
 
+#include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
+
+namespace {
+// The POSIX mode bits, which Qt's permission flags only approximate; -1 when nothing is there.
+int mode(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
+}
+} // namespace
 
 class TestPlatform : public QObject {
     Q_OBJECT
@@ -63,6 +76,61 @@ private Q_SLOTS:
         const Paths paths = Paths::underHome(u"/tmp/elsewhere/"_s);
         QCOMPARE(paths.home, u"/tmp/elsewhere"_s);
         QVERIFY(!paths.applicationSupport.startsWith(QDir::homePath() + u'/'));
+    }
+
+    void privateDirectories_data()
+    {
+        QTest::addColumn<QString>("create");   // below a folder of mode 0755
+        QTest::addColumn<QString>("existing"); // made beforehand with mode 0755; "file:" a file
+        QTest::addColumn<int>("umask");
+        QTest::addColumn<bool>("created");
+        QTest::newRow("three new levels") << u"a/b/c"_s << QString() << 022 << true;
+        QTest::newRow("an open umask") << u"a/b"_s << QString() << 0 << true;
+        QTest::newRow("a umask that takes the owner's bits") << u"a/b"_s << QString() << 0377 << true;
+        QTest::newRow("trailing separator") << u"a/b/"_s << QString() << 022 << true;
+        QTest::newRow("existing middle keeps its mode") << u"a/b/c"_s << u"a"_s << 022 << true;
+        QTest::newRow("existing folder keeps its mode") << u"a"_s << u"a"_s << 022 << true;
+        QTest::newRow("a file in the way") << u"a/b"_s << u"file:a"_s << 022 << false;
+        QTest::newRow("a file at the end") << u"a/b"_s << u"file:a/b"_s << 022 << false;
+    }
+    void privateDirectories()
+    {
+        QFETCH(QString, create);
+        QFETCH(QString, existing);
+        QFETCH(int, umask);
+        QFETCH(bool, created);
+        QTemporaryDir root;
+        const QString base = root.filePath(u"base"_s);
+        QVERIFY(QDir().mkdir(base) && ::chmod(QFile::encodeName(base).constData(), 0755) == 0);
+        const bool existingIsFile = existing.startsWith(u"file:"_s);
+        const QString existingPath = existing.isEmpty() ? QString() : base + u'/' + existing.mid(existingIsFile ? 5 : 0);
+        if (existingIsFile) {
+            QVERIFY(QDir().mkpath(QFileInfo(existingPath).path()));
+            QFile file(existingPath);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        } else if (!existingPath.isEmpty()) {
+            QVERIFY(QDir().mkpath(existingPath) && ::chmod(QFile::encodeName(existingPath).constData(), 0755) == 0);
+        }
+
+        // Every folder on the way: what was there keeps its mode, what was missing is 0700.
+        QStringList onTheWay;
+        const QStringList parts = QDir::cleanPath(create).split(u'/');
+        for (qsizetype depth = 1; depth <= parts.size(); ++depth)
+            onTheWay.append(base + u'/' + parts.mid(0, depth).join(u'/'));
+        QList<int> before;
+        for (const QString &path : std::as_const(onTheWay))
+            before.append(mode(path));
+
+        const mode_t saved = ::umask(mode_t(umask));
+        QString error;
+        const bool made = PrivateDirectory::create(base + u'/' + create, &error);
+        ::umask(saved);
+
+        QCOMPARE(made, created);
+        QCOMPARE(error.isEmpty(), created);
+        QCOMPARE(mode(base), 0755);
+        for (qsizetype i = 0; i < onTheWay.size(); ++i)
+            QCOMPARE(mode(onTheWay.at(i)), before.at(i) != -1 ? before.at(i) : created ? 0700 : -1);
     }
 
     void bundleInformation()

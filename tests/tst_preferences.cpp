@@ -70,6 +70,10 @@ private Q_SLOTS:
         other->remove(u"game"_s);
         QVERIFY(!home.defaults->contains(u"game"_s));
         QCOMPARE(QFile(home.defaultsPath()).permissions() & 0x0077, QFileDevice::Permissions());
+        // The folders the store makes for itself are private too, not only the file.
+        JsonUserDefaults(home.root() + u"/config/korvane-launcher/defaults.json"_s).setBool(u"x"_s, true);
+        for (const QString &folder : {u"/config"_s, u"/config/korvane-launcher"_s})
+            QCOMPARE(QFile(home.root() + folder).permissions() & 0x0077, QFileDevice::Permissions());
 
         // An equal value is not written again; an equal number in place of a bool is.
         const auto inode = [&] {

@@ -74,6 +74,53 @@ private Q_SLOTS:
         QCOMPARE(second->history().size(), keepHistory ? 1 : 0);
         if (keepHistory)
             QCOMPARE(second->history().first(), *second->latest());
+        // Stored at once: quitting before the next launch must not lose the interrupted attempt.
+        const auto stored = SessionActivity::readStored(*m_home->reopenDefaults());
+        QCOMPARE(stored.latest, second->latest());
+        QCOMPARE(stored.history, second->history());
+    }
+
+    // A history stored longer than the limit (by another version, or by hand) is cut on loading,
+    // the interrupted session of the last run counted in.
+    void storedHistoryIsCutToThirty_data()
+    {
+        QTest::addColumn<int>("stored");
+        QTest::addColumn<bool>("leftOpen");
+        QTest::newRow("31 stored") << 31 << false;
+        QTest::newRow("45 stored") << 45 << false;
+        QTest::newRow("30 stored and one left open") << 30 << true;
+    }
+    void storedHistoryIsCutToThirty()
+    {
+        QFETCH(int, stored);
+        QFETCH(bool, leftOpen);
+        QList<PlaySession> history;
+        for (int i = 0; i < stored; ++i) {
+            PlaySession session;
+            session.id = QUuid::createUuid();
+            session.game = u"Euro Truck Simulator 2"_s;
+            session.started = m_clock.now().addSecs(-60 * (i + 1));
+            session.ended = session.started.addSecs(30);
+            session.stage = LaunchStage::finished;
+            history.append(session);
+        }
+        m_home->defaults->setBool(SessionActivity::keepHistoryKey, true);
+        m_home->defaults->setData(SessionActivity::historyKey, *PlaySession::listToJson(history));
+        QUuid open;
+        if (leftOpen) {
+            const auto store = m_home->reopenDefaults();
+            const auto previous = makeActivity(store.get());
+            previous->begin(GameKind::ats);
+            open = previous->current()->id;
+        }
+
+        const auto store = m_home->reopenDefaults();
+        const auto activity = makeActivity(store.get());
+        QCOMPARE(activity->history().size(), SessionActivity::historyLimit);
+        const QList<PlaySession> kept = leftOpen ? activity->history().mid(1) : activity->history();
+        QCOMPARE(kept, history.mid(0, kept.size()));
+        if (leftOpen)
+            QCOMPARE(activity->history().first().id, open);
     }
 
     void beginWhileOpenCancelsTheOldSession()

@@ -197,6 +197,7 @@ private Q_SLOTS:
         QCOMPARE(rig.backups().size(), 1);
         QCOMPARE(unixMode(backup), 0600);
         QCOMPARE(unixMode(QFileInfo(backup).absolutePath()), 0700);
+        QCOMPARE(unixMode(model.applicationDataDirectory()), 0700);
         QCOMPARE(SettingsTransfer::decode(contents(backup)), changed);
     }
 
@@ -207,7 +208,7 @@ private Q_SLOTS:
         QCOMPARE(snapshot.profiles.size(), 2);
         for (const GameProfile &profile : snapshot.profiles)
             QCOMPARE(profile, GameProfile());
-        // Members in sorted order at every level, as the document promises.
+        // Members in sorted order at every level, as an exported file has them.
         QCOMPARE(QJsonDocument::fromJson(snapshot.encoded(false)).toJson(QJsonDocument::Compact), snapshot.encoded(false));
     }
 
@@ -246,6 +247,30 @@ private Q_SLOTS:
         }
         QCOMPARE(model.game(), GameKind::ets2);
         QCOMPARE(model.profiles().profile(GameKind::ats).value_or(GameProfile()).bottle, QString());
+    }
+
+    // The file is read one byte past the cap, so that a larger file is refused whole and never
+    // parsed cut short, also when what lies past the cap is only white space.
+    void importRefusesAFileOverTheCap_data()
+    {
+        QTest::addColumn<QByteArray>("document");
+        QTest::addColumn<QString>("error"); // empty: applied
+        const qsizetype cap = SettingsTransfer::maximumSize;
+        QTest::newRow("exactly the cap") << validDocument().leftJustified(cap) << QString();
+        QTest::newRow("one blank past the cap") << validDocument().leftJustified(cap + 1) << u"the settings file is too large"_s;
+        QTest::newRow("a line break past the cap") << validDocument().leftJustified(cap, ' ') + '\n' << u"the settings file is too large"_s;
+        QTest::newRow("a megabyte") << validDocument().leftJustified(1 << 20) << u"the settings file is too large"_s;
+    }
+    void importRefusesAFileOverTheCap()
+    {
+        QFETCH(QByteArray, document);
+        QFETCH(QString, error);
+        TransferRig rig;
+        const auto message = rig.importFile(document);
+        QCOMPARE(rig.flow->lastError(), error);
+        QVERIFY(message);
+        QCOMPARE(message->key, error.isEmpty() ? u"transfer.applied.missing"_s : u"transfer.failed"_s);
+        QCOMPARE(rig.model->game(), error.isEmpty() ? GameKind::ats : GameKind::ets2);
     }
 
     void nothingChangesWithoutABackup()
