@@ -35,8 +35,10 @@ QByteArray readBytes(const QString &path)
 
 QString decodeStrictly(const QString &path, const QByteArray &bytes)
 {
-    // A byte-order mark is kept as a character, so it is written back where it was.
-    QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
+    // A byte-order mark is kept as a character, so it is written back where it was; stateless,
+    // so a sequence cut off at the end is an error rather than input awaited.
+    QStringDecoder decoder(QStringConverter::Utf8,
+                           QStringConverter::Flag::ConvertInitialBom | QStringConverter::Flag::Stateless);
     QString text = decoder.decode(bytes);
     if (decoder.hasError())
         fail(path, u"the file is not valid UTF-8"_s);
