@@ -199,6 +199,11 @@ bool LauncherModel::configureCrossOverBottle()
     return BottleConfiguration::apply(applicationDataDirectory(), m_selectedBottlePath);
 }
 
+bool LauncherModel::restoreBottleConfiguration()
+{
+    return BottleConfiguration::restore(applicationDataDirectory(), m_selectedBottlePath);
+}
+
 QMap<QString, QString> LauncherModel::processEnvironment() const
 {
     return ProcessEnvironment::build({m_paths.home, m_paths.loginName, m_paths.temporary, winePath(), wineServerPath(),

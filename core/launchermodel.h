@@ -154,6 +154,9 @@ public:
     // bottle still has to restart for it. Throws BottleConfiguration::FileError and
     // CompatibilityProfile::ConfigurationError.
     bool configureCrossOverBottle();
+    // Puts back the selected bottle's cxbottle.conf as it was before the launcher first changed
+    // it; false when it already is. Throws BottleConfiguration::FileError.
+    bool restoreBottleConfiguration();
     // A fresh environment for the probe, the Steam start and the bottle stop.
     QMap<QString, QString> processEnvironment() const;
 
