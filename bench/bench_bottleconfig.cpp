@@ -31,9 +31,25 @@ QString largeConfiguration()
     return text;
 }
 
+// The editor's worst case: the whole megabyte is the profile's section, so every line is
+// looked at for the profile's keys.
+QString oneLargeSection()
+{
+    QString text = u"[EnvironmentVariables]\n"_s;
+    for (int i = 0; text.size() < (1 << 20); ++i)
+        text += u"  \"VARIABLE_%1\" = \"value %1 WINEMSYNC\" ; note\n"_s.arg(i);
+    return text;
+}
+
 const QString &configuration()
 {
     static const QString text = largeConfiguration();
+    return text;
+}
+
+const QString &section()
+{
+    static const QString text = oneLargeSection();
     return text;
 }
 
@@ -44,20 +60,41 @@ void BM_updatingBottleConfiguration(benchmark::State &state)
     state.SetBytesProcessed(state.iterations() * configuration().size() * qint64(sizeof(QChar)));
 }
 
-void BM_splitAndJoin(benchmark::State &state)
+void BM_updatingOneLargeSection(benchmark::State &state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CompatibilityProfile::updatingBottleConfiguration(section()));
+    state.SetBytesProcessed(state.iterations() * section().size() * qint64(sizeof(QChar)));
+}
+
+void splitAndJoin(benchmark::State &state, const QString &text)
 {
     for (auto _ : state) {
-        const QStringList lines = configuration().split(u'\n');
+        const QStringList lines = text.split(u'\n');
         benchmark::DoNotOptimize(lines.join(u'\n'));
     }
-    state.SetBytesProcessed(state.iterations() * configuration().size() * qint64(sizeof(QChar)));
+    state.SetBytesProcessed(state.iterations() * text.size() * qint64(sizeof(QChar)));
+}
+
+void BM_splitAndJoin(benchmark::State &state)
+{
+    splitAndJoin(state, configuration());
+}
+
+void BM_splitAndJoinOneLargeSection(benchmark::State &state)
+{
+    splitAndJoin(state, section());
 }
 } // namespace
 
 BENCHMARK(BM_splitAndJoin);
 BENCHMARK(BM_updatingBottleConfiguration);
+BENCHMARK(BM_splitAndJoinOneLargeSection);
+BENCHMARK(BM_updatingOneLargeSection);
 
 int main(int argc, char **argv)
 {
-    return kvnbench::runWithRatios(argc, argv, {{"BM_updatingBottleConfiguration", "BM_splitAndJoin", 3.0}});
+    return kvnbench::runWithRatios(argc, argv,
+                                   {{"BM_updatingBottleConfiguration", "BM_splitAndJoin", 3.0},
+                                    {"BM_updatingOneLargeSection", "BM_splitAndJoinOneLargeSection", 3.0}});
 }

@@ -75,8 +75,13 @@ struct SettingPatterns {
 
     bool assigns(const QString &line) const
     {
-        // Most lines of a section never name the key; the substring test spares them the engine.
-        return line.contains(quotedKey) && start.match(line).hasMatch();
+        // Most lines of a section do not begin with the quoted key; a look at the first
+        // non-space character spares them the engine. QChar::isSpace covers every character of
+        // the pattern's white space class, so no line the pattern accepts is passed over.
+        qsizetype first = 0;
+        while (first < line.size() && line.at(first).isSpace())
+            ++first;
+        return QStringView(line).sliced(first).startsWith(quotedKey) && start.match(line).hasMatch();
     }
 };
 
