@@ -32,6 +32,8 @@ int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
 int statusCommand(CliContext &context, const QStringList &arguments);
 int selectCommand(CliContext &context, const QStringList &arguments);
+int bottleConfigCommand(CliContext &context, const QStringList &arguments);
+int launchScriptCommand(CliContext &context, const QStringList &arguments);
 int settingsCommand(CliContext &context, const QStringList &arguments);
 int serversCommand(CliContext &context, const QStringList &arguments);
 int favoriteCommand(CliContext &context, const QStringList &arguments);

@@ -20,6 +20,8 @@ const CommandEntry commands[] = {
     {"text"_L1, textCommand, "text KEY [ARG...] [--lang en|de|hu]"_L1},
     {"status"_L1, statusCommand, "status [--json]"_L1},
     {"select"_L1, selectCommand, "select --bottle PATH | --game ets2|ats | --game-dir PATH | --auto-game-dir"_L1},
+    {"bottle-config"_L1, bottleConfigCommand, "bottle-config [--check | --restore]"_L1},
+    {"launch-script"_L1, launchScriptCommand, "launch-script --mode reuseSteam|coldStart|profileChange|recovery"_L1},
     {"settings"_L1, settingsCommand, "settings export FILE | settings import FILE [--yes]"_L1},
     {"servers"_L1, serversCommand, "servers [--game ets2|ats] [--json]"_L1},
     {"favorite"_L1, favoriteCommand, "favorite ID"_L1},

@@ -1,6 +1,8 @@
 #include "core/launchermodel.h"
 
 #include "core/bottlediscovery.h"
+#include "crossover/bottleconfiguration.h"
+#include "crossover/processenvironment.h"
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/filepanels.h"
@@ -197,6 +199,23 @@ void LauncherModel::setSetupActive(bool active)
 QString LauncherModel::applicationDataDirectory() const
 {
     return joined(m_paths.applicationSupport, u"Korvane Mac Launcher"_s);
+}
+
+bool LauncherModel::configureCrossOverBottle()
+{
+    return BottleConfiguration::apply(applicationDataDirectory(), m_selectedBottlePath);
+}
+
+bool LauncherModel::restoreBottleConfiguration()
+{
+    return BottleConfiguration::restore(applicationDataDirectory(), m_selectedBottlePath);
+}
+
+QMap<QString, QString> LauncherModel::processEnvironment() const
+{
+    return ProcessEnvironment::build({m_paths.home, m_paths.loginName, m_paths.temporary, winePath(), wineServerPath(),
+                                      m_selectedBottlePath, cliDirectory(), applicationDataDirectory()},
+                                     QProcessEnvironment::systemEnvironment());
 }
 
 QString LauncherModel::modsDirectory() const

@@ -14,6 +14,7 @@
 
 #include <QIODevice>
 #include <QList>
+#include <QMap>
 #include <QObject>
 #include <QPointer>
 #include <QProcess>
@@ -151,6 +152,17 @@ public:
     QString steamPath() const;
     QString gameLogPath() const;
     QString multiplayerLogDirectory() const;
+
+    // --- The bottle's configuration and the environment of Wine commands
+    // Brings the selected bottle's cxbottle.conf to the compatibility profile; tells whether the
+    // bottle still has to restart for it. Throws BottleConfiguration::FileError and
+    // CompatibilityProfile::ConfigurationError.
+    bool configureCrossOverBottle();
+    // Puts back the selected bottle's cxbottle.conf as it was before the launcher first changed
+    // it; false when it already is. Throws BottleConfiguration::FileError.
+    bool restoreBottleConfiguration();
+    // A fresh environment for the probe, the Steam start and the bottle stop.
+    QMap<QString, QString> processEnvironment() const;
 
     // --- Readiness
     QList<EnvironmentCheck> checks() const;
