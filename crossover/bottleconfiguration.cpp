@@ -1,5 +1,7 @@
 #include "crossover/bottleconfiguration.h"
 
+#include "platform/privatedirectory.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -67,21 +69,11 @@ QFile::Permissions permissionsToKeep(const QString &path)
                          : QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
 }
 
-// The launcher's own folders are private; folders above them are the system's business.
-void makePrivateDirectory(const QString &path)
+void makeProfilesDirectory(const QString &marker)
 {
-    if (QFileInfo(path).isDir())
-        return;
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
-        fail(path, u"cannot create the folder that holds it"_s);
-    if (!QDir().mkdir(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) && !QFileInfo(path).isDir())
-        fail(path, u"cannot create the folder"_s);
-}
-
-void makeProfilesDirectory(const QString &applicationDataDirectory, const QString &marker)
-{
-    makePrivateDirectory(applicationDataDirectory);
-    makePrivateDirectory(QFileInfo(marker).absolutePath());
+    const QString folder = QFileInfo(marker).absolutePath();
+    if (QString reason; !PrivateDirectory::create(folder, &reason))
+        fail(folder, reason);
 }
 
 void markRestartPending(const QString &marker)
@@ -129,7 +121,7 @@ bool apply(const QString &applicationDataDirectory, const QString &bottle)
         = CompatibilityProfile::updatingBottleConfiguration(decodeStrictly(path, original));
     const QString marker = CompatibilityProfile::restartMarker(applicationDataDirectory, bottle);
     if (update.changed) {
-        makeProfilesDirectory(applicationDataDirectory, marker);
+        makeProfilesDirectory(marker);
         // Only the file before the very first change is the user's own; keeping a later one
         // would keep our edit (or what the user changed after it) and lose the way back.
         const QString kept = keptOriginalPath(applicationDataDirectory, bottle);
@@ -154,7 +146,7 @@ bool restore(const QString &applicationDataDirectory, const QString &bottle)
     if (QFileInfo::exists(path) && readBytes(path) == original)
         return false;
     const QString marker = CompatibilityProfile::restartMarker(applicationDataDirectory, bottle);
-    makeProfilesDirectory(applicationDataDirectory, marker);
+    makeProfilesDirectory(marker);
     markRestartPending(marker);
     writeAtomically(path, original, permissionsToKeep(path));
     return true;

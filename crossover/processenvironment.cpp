@@ -47,4 +47,12 @@ QMap<QString, QString> build(const Inputs &inputs, const QProcessEnvironment &ow
     return environment;
 }
 
+QMap<QString, QString> forProbe(QMap<QString, QString> environment)
+{
+    for (auto entry = CompatibilityProfile::environment().cbegin(); entry != CompatibilityProfile::environment().cend();
+         ++entry)
+        environment.remove(entry.key());
+    return environment;
+}
+
 } // namespace ProcessEnvironment

@@ -27,4 +27,8 @@ struct Inputs {
 
 QMap<QString, QString> build(const Inputs &inputs, const QProcessEnvironment &own);
 
+// The environment for the process probe: the profile's graphics and synchronisation variables
+// are left out, so that listing the processes never starts Wine with a setup of its own.
+QMap<QString, QString> forProbe(QMap<QString, QString> environment);
+
 } // namespace ProcessEnvironment

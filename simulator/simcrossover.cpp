@@ -6,7 +6,8 @@
 //               of Wine's debugger, made from the bottle's state; `wine PATH.exe [ARGS]` records
 //               that Windows program as running in the bottle; anything else is recorded only.
 //   wineserver  `wineserver -k` ends everything recorded as running in the bottle (and the
-//               simulated processes that stayed) and empties the bottle's state.
+//               simulated processes that stayed) and empties the bottle's state; `-k0` only
+//               answers whether anything still runs there.
 //   korvane-cli plays the multiplayer client: prints, writes the game's and the client's logs
 //               into ~/Documents, hangs or freezes, and ends with a chosen exit code.
 //
@@ -39,6 +40,8 @@
 //                                 running until the bottle is stopped
 //   "wineserverExitCode": N       exit status of `wineserver -k`; by default 1 when nothing ran
 //                                 in the bottle and 0 otherwise, as Debian's Wine 8 answers
+//   "wineserverSurvivesKill": BOOL `wineserver -k0` (is a server running?) answers yes even
+//                                 after a kill; by default it answers from the bottle's state
 //   "cli": RUN or [RUN, ...]      the client; with a list the n-th call plays the n-th entry (the
 //                                 last one again once the list is used up), for retries
 //
@@ -368,11 +371,21 @@ int wine(int argc, char **argv)
 int wineServer(int argc, char **argv)
 {
     bool kill = false;
-    for (int index = 1; index < argc; ++index)
-        kill = kill || QByteArray(argv[index]).startsWith("-k");
+    bool probeOnly = false; // -k0 sends no signal: it only asks whether a server runs
+    for (int index = 1; index < argc; ++index) {
+        const QByteArray argument(argv[index]);
+        kill = kill || argument.startsWith("-k");
+        probeOnly = probeOnly || argument == "-k0";
+    }
     if (!kill)
         return 0;
     const QString prefix = bottlePrefix();
+    if (probeOnly) {
+        if (scenario().value(u"wineserverSurvivesKill"_s).toBool())
+            return 0;
+        const Lock lock(simulatorRoot + u"/state.lock"_s);
+        return readProcesses(prefix).isEmpty() ? 1 : 0;
+    }
     QJsonArray processes;
     {
         const Lock lock(simulatorRoot + u"/state.lock"_s);

@@ -1,3 +1,4 @@
+#include "crossover/bottleconfiguration.h"
 #include "crossover/bottlelaunchmode.h"
 #include "crossover/bottleprocesssnapshot.h"
 #include "crossover/wineprocessprobe.h"
@@ -345,6 +346,9 @@ private Q_SLOTS:
         const QString marker =
             m_home.root() + u"/data/Korvane Mac Launcher/Profiles/"_s + digits + u".restart-required"_s;
         QFile::remove(marker);
+        // A file without the profile would need a restart too; only the marker decides here.
+        const QString configuration = BottleConfiguration::configurationPath(m_bottle);
+        BottleTree::touch(configuration, false, BottleConfiguration::check(m_bottle).update.text.toUtf8());
         if (restartPending)
             BottleTree::touch(marker, false, "pending\n");
         const qsizetype callsBefore = m_sandbox->calls(u"wine"_s).size();
