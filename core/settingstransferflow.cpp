@@ -1,6 +1,7 @@
 #include "core/settingstransferflow.h"
 
 #include "core/launchermodel.h"
+#include "platform/atomicfile.h"
 #include "platform/filepanels.h"
 #include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
@@ -9,7 +10,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 #include <QUuid>
 
 using namespace Qt::StringLiterals;
@@ -17,20 +17,9 @@ using namespace Qt::StringLiterals;
 namespace {
 constexpr QFileDevice::Permissions ownerReadWrite = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
-// Writes the whole file or nothing; the permissions are set before the file appears under its name.
 bool writePrivately(const QString &path, const QByteArray &data, QString *error)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        *error = file.errorString();
-        return false;
-    }
-    if (file.write(data) != data.size() || !file.setPermissions(ownerReadWrite) || !file.commit()) {
-        *error = file.errorString();
-        file.cancelWriting();
-        return false;
-    }
-    return true;
+    return AtomicFile::write(path, data, ownerReadWrite, error);
 }
 } // namespace
 

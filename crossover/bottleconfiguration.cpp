@@ -1,11 +1,11 @@
 #include "crossover/bottleconfiguration.h"
 
+#include "platform/atomicfile.h"
 #include "platform/privatedirectory.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStringDecoder>
 
 using namespace Qt::StringLiterals;
@@ -49,14 +49,8 @@ QString decodeStrictly(const QString &path, const QByteArray &bytes)
 
 void writeAtomically(const QString &path, const QByteArray &bytes, QFile::Permissions permissions)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        fail(path, file.errorString());
-    // Before the commit, so the new file never shows other permissions than it ends with.
-    if (!file.setPermissions(permissions))
-        fail(path, file.errorString());
-    if (file.write(bytes) != bytes.size() || !file.commit())
-        fail(path, file.errorString());
+    if (QString reason; !AtomicFile::write(path, bytes, permissions, &reason))
+        fail(path, reason);
 }
 
 constexpr QFile::Permissions privateFile = QFile::ReadOwner | QFile::WriteOwner;

@@ -1,5 +1,7 @@
 #include "crossover/wineprocessprobe.h"
 
+#include "platform/privatedirectory.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -16,18 +18,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Removes the probe's folder when `read` leaves, however it leaves.
-class WorkingFolder {
-public:
-    explicit WorkingFolder(QString path) : m_path(std::move(path)) {}
-    ~WorkingFolder() { QDir(m_path).removeRecursively(); }
-    WorkingFolder(const WorkingFolder &) = delete;
-    WorkingFolder &operator=(const WorkingFolder &) = delete;
-    QString path() const { return m_path; }
-
-private:
-    QString m_path;
-};
 
 QString makeWorkingFolder()
 {
@@ -61,7 +51,7 @@ BottleProcessSnapshot read(const QString &winePath, const QMap<QString, QString>
                            double timeoutSeconds)
 {
     const QDeadlineTimer deadline(std::llround(std::max(0.0, timeoutSeconds) * 1000.0));
-    const WorkingFolder folder(makeWorkingFolder());
+    const PrivateDirectory::Removal folder(makeWorkingFolder());
     const QString outputPath = folder.path() + u"/processes.txt"_s;
     {
         QFile output(outputPath);

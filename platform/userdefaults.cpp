@@ -1,5 +1,6 @@
 #include "platform/userdefaults.h"
 
+#include "platform/atomicfile.h"
 #include "platform/privatedirectory.h"
 
 #include <QFile>
@@ -7,7 +8,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 
 #include <sys/stat.h>
 
@@ -333,17 +333,9 @@ void JsonUserDefaults::write()
     }
 
     PrivateDirectory::create(QFileInfo(m_path).absolutePath());
-    QSaveFile file(m_path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        m_lastError = file.errorString();
+    if (!AtomicFile::write(m_path, QJsonDocument(root).toJson(QJsonDocument::Compact),
+                           QFileDevice::ReadOwner | QFileDevice::WriteOwner, &m_lastError))
         return;
-    }
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    file.write(QJsonDocument(root).toJson(QJsonDocument::Compact));
-    if (!file.commit()) {
-        m_lastError = file.errorString();
-        return;
-    }
     m_lastError.clear();
     m_stamp = currentStamp();
 }

@@ -1,12 +1,12 @@
 #include "sessions/diagnosticarchive.h"
 
+#include "platform/atomicfile.h"
 #include "platform/paths.h"
 #include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 #include <QUuid>
 
 #include <zip.h>
@@ -24,29 +24,11 @@ namespace {
     throw DiagnosticArchive::Error(what.toStdString());
 }
 
-// Removes the working folder however save() ends.
-class WorkingFolder {
-public:
-    explicit WorkingFolder(QString path) : m_path(std::move(path)) {}
-    ~WorkingFolder() { QDir(m_path).removeRecursively(); }
-    WorkingFolder(const WorkingFolder &) = delete;
-    WorkingFolder &operator=(const WorkingFolder &) = delete;
-    const QString &path() const { return m_path; }
-
-private:
-    QString m_path;
-};
 
 void writeAtomically(const QString &path, const QByteArray &bytes, QFileDevice::Permissions permissions)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        fail(path + u": "_s + file.errorString());
-    // Before the commit, so the file is never visible with wider permissions.
-    if (permissions && !file.setPermissions(permissions))
-        fail(path + u": "_s + file.errorString());
-    if (file.write(bytes) != bytes.size() || !file.commit())
-        fail(path + u": "_s + file.errorString());
+    if (QString reason; !AtomicFile::write(path, bytes, permissions, &reason))
+        fail(path + u": "_s + reason);
 }
 
 QString zipError(zip_t *archive)
@@ -106,7 +88,7 @@ void DiagnosticArchive::save(const QString &report, const QString &destination, 
     // mkdir, not mkpath: a missing temporary directory is an error, not something to create.
     if (::mkdir(QFile::encodeName(workingPath).constData(), 0700) != 0)
         fail(workingPath + u": "_s + QString::fromLocal8Bit(std::strerror(errno)));
-    const WorkingFolder working(workingPath);
+    const PrivateDirectory::Removal working(workingPath);
     // The umask may have narrowed the mode; it must be exactly owner-only.
     if (::chmod(QFile::encodeName(workingPath).constData(), 0700) != 0)
         fail(workingPath + u": "_s + QString::fromLocal8Bit(std::strerror(errno)));
@@ -115,7 +97,7 @@ void DiagnosticArchive::save(const QString &report, const QString &destination, 
     if (QString error; !PrivateDirectory::create(folder, &error))
         fail(error);
     const QByteArray text = report.toUtf8();
-    writeAtomically(folder + u"/report.txt"_s, text, {});
+    writeAtomically(folder + u"/report.txt"_s, text, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 
     const QString zipPath = working.path() + u"/report.zip"_s;
     QFile reportFile(folder + u"/report.txt"_s);
