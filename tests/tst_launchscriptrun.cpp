@@ -145,7 +145,7 @@ private Q_SLOTS:
                                                {u"PATH"_s, stubs + u":/usr/bin:/bin"_s},
                                                {u"LANG"_s, u"C.UTF-8"_s},
                                                {u"TERM"_s, u"xterm-256color"_s},
-                                               {u"TERM_PROGRAM"_s, u"Apple_Terminal"_s}};
+                                               {u"TERM_PROGRAM"_s, u"KorvaneMacLauncher"_s}};
         const auto terminal = TerminalProcess::create();
         QByteArray output;
         QList<TerminalExit> exits;
