@@ -76,7 +76,8 @@ private Q_SLOTS:
         const QStringList steam{u"C:\\Program Files (x86)\\Steam\\steam.exe"_s};
         const QJsonObject exitSeven{{u"cli"_s, QJsonObject{{u"exitCode"_s, 7}}}};
 
-        // Names a shell would take apart if a single value escaped its quotes.
+        // Names a shell would take apart if a single value escaped its quotes. The idle bottle
+        // (nothing running) is stopped too: its failed `-k` must not fail the script.
         QTest::newRow("single quote") << u"Bob's bottle"_s << BottleLaunchMode(BottleLaunchMode::coldStart) << wellBehaved
                                       << steam << QByteArray("0\n") << true << 1 << false;
         QTest::newRow("dollar HOME") << u"$HOME ${HOME} $(id)"_s << BottleLaunchMode(BottleLaunchMode::reuseSteam)
@@ -90,7 +91,7 @@ private Q_SLOTS:
         QTest::newRow("newline") << u"line\nbreak"_s << BottleLaunchMode(BottleLaunchMode::coldStart)
                                  << wellBehaved << steam << QByteArray("0\n") << true << 1 << false;
 
-        // The status file holds the client's own exit code, in every mode.
+        // The status file holds the client's own exit code, whether the bottle was stopped or not.
         QTest::newRow("exit 7 reusing") << u"Steam"_s << BottleLaunchMode(BottleLaunchMode::reuseSteam) << exitSeven
                                         << steam << QByteArray("7\n") << true << 0 << true;
         QTest::newRow("exit 7 cold") << u"Steam"_s << BottleLaunchMode(BottleLaunchMode::coldStart) << exitSeven << steam
