@@ -3,6 +3,7 @@
 #include "crossover/compatibilityprofile.h"
 #include "crossover/launchscript.h"
 #include "platform/terminalprocess.h"
+#include "support/bottletree.h"
 #include "support/crossoversandbox.h"
 #include "support/testhome.h"
 
@@ -20,16 +21,6 @@ QByteArray readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-void writeExecutable(const QString &path, const QByteArray &text)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
-        qFatal("cannot write %s", qPrintable(path));
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 QStringList argvOf(const QJsonObject &call)
@@ -124,7 +115,7 @@ private Q_SLOTS:
 
         // `sleep 8` in the stop line must not cost eight seconds here.
         const QString stubs = home.root() + u"/stubs"_s;
-        writeExecutable(stubs + u"/sleep"_s, "#!/bin/sh\nexit 0\n");
+        BottleTree::touch(stubs + u"/sleep"_s, true, "#!/bin/sh\nexit 0\n");
 
         const QString data = home.paths.applicationSupport + u"/Korvane Mac Launcher"_s;
         const QString marker = CompatibilityProfile::restartMarker(data, bottle);
@@ -136,10 +127,10 @@ private Q_SLOTS:
             = LaunchScript::arguments(bottle, gameDirectory, bottle + u"/mods"_s, {u"--name=it's"_s}, GameKind::ets2);
         const auto environment = LaunchScript::environment(bottle, sandbox.winePath(), sandbox.wineServerPath(), data);
         const QString scriptPath = data + u"/launch-1.zsh"_s;
-        writeExecutable(scriptPath,
-                        LaunchScript::render(mode, bottle, sandbox.wineServerPath(), bottle, sandbox.cliPath(),
-                                             arguments, environment, statusPath, marker)
-                            .toUtf8());
+        BottleTree::touch(scriptPath, true,
+                          LaunchScript::render(mode, bottle, sandbox.wineServerPath(), bottle, sandbox.cliPath(),
+                                               arguments, environment, statusPath, marker)
+                              .toUtf8());
 
         // What the launcher hands on of its own environment, with the terminal's variables.
         const QMap<QString, QString> inherited{{u"HOME"_s, sandbox.home},
