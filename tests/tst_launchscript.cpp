@@ -77,7 +77,6 @@ private Q_SLOTS:
         QTest::newRow("plain") << u"/Users/x"_s << u"'/Users/x'"_s;
         QTest::newRow("empty") << QString() << u"''"_s;
         QTest::newRow("single quote") << u"/Users/x/Bottles/Bob's"_s << u"'/Users/x/Bottles/Bob'\\''s'"_s;
-        QTest::newRow("only quotes") << u"''"_s << u"''\\'''\\'''"_s;
         QTest::newRow("shell syntax stays verbatim") << u"$a `b` \"c\" \\d\n;e"_s << u"'$a `b` \"c\" \\d\n;e'"_s;
     }
 
@@ -177,31 +176,17 @@ private Q_SLOTS:
             own.insert(u"__CF_USER_TEXT_ENCODING"_s, encoding);
 
         const QMap<QString, QString> expected{
-            {u"HOME"_s, u"/home/kim"_s},
-            {u"USER"_s, u"kim"_s},
-            {u"LOGNAME"_s, u"kim"_s},
-            {u"TMPDIR"_s, temporary},
-            {u"SHELL"_s, u"/bin/zsh"_s},
-            {u"COMMAND_MODE"_s, u"unix2003"_s},
-            {u"LANG"_s, u"C.UTF-8"_s},
-            {u"LC_ALL"_s, u"C.UTF-8"_s},
-            {u"LC_CTYPE"_s, u"C.UTF-8"_s},
-            {u"TERM"_s, u"dumb"_s},
-            {u"MallocNanoZone"_s, u"0"_s},
-            {u"XPC_FLAGS"_s, u"0x0"_s},
-            {u"XPC_SERVICE_NAME"_s, u"0"_s},
+            {u"HOME"_s, u"/home/kim"_s}, {u"USER"_s, u"kim"_s}, {u"LOGNAME"_s, u"kim"_s}, {u"TMPDIR"_s, temporary},
+            {u"SHELL"_s, u"/bin/zsh"_s}, {u"COMMAND_MODE"_s, u"unix2003"_s}, {u"LANG"_s, u"C.UTF-8"_s},
+            {u"LC_ALL"_s, u"C.UTF-8"_s}, {u"LC_CTYPE"_s, u"C.UTF-8"_s}, {u"TERM"_s, u"dumb"_s},
+            {u"MallocNanoZone"_s, u"0"_s}, {u"XPC_FLAGS"_s, u"0x0"_s}, {u"XPC_SERVICE_NAME"_s, u"0"_s},
             {u"__CF_USER_TEXT_ENCODING"_s, encoding},
             {u"PATH"_s, u"/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"_s},
-            {u"WINE"_s, u"/cx/bin/wine"_s},
-            {u"WINESERVER"_s, u"/cx/bin/wineserver"_s},
-            {u"CX_BOTTLE"_s, u"/home/kim/.cxoffice/Steam"_s},
-            {u"WINEPREFIX"_s, u"/home/kim/.cxoffice/Steam"_s},
-            {u"WINEARCH"_s, u"win64"_s},
-            {u"PYTHONUNBUFFERED"_s, u"1"_s},
-            {u"PWD"_s, u"/res/CLI"_s},
+            {u"WINE"_s, u"/cx/bin/wine"_s}, {u"WINESERVER"_s, u"/cx/bin/wineserver"_s},
+            {u"CX_BOTTLE"_s, u"/home/kim/.cxoffice/Steam"_s}, {u"WINEPREFIX"_s, u"/home/kim/.cxoffice/Steam"_s},
+            {u"WINEARCH"_s, u"win64"_s}, {u"PYTHONUNBUFFERED"_s, u"1"_s}, {u"PWD"_s, u"/res/CLI"_s},
             {u"XDG_DATA_HOME"_s, u"/home/kim/.local/share/Korvane Mac Launcher"_s},
-            {u"CX_GRAPHICS_BACKEND"_s, u"d3dmetal"_s},
-            {u"WINEMSYNC"_s, u"1"_s},
+            {u"CX_GRAPHICS_BACKEND"_s, u"d3dmetal"_s}, {u"WINEMSYNC"_s, u"1"_s},
             {u"WINEDLLOVERRIDES"_s, u"gameoverlayrenderer64.dll=d;winecoreaudio.drv=d"_s},
         };
         QCOMPARE(ProcessEnvironment::build(sampleInputs(), own), expected);
