@@ -62,12 +62,8 @@ QStringList probeFolders()
 
 QString errorName(WineProcessProbeError error)
 {
-    switch (error) {
-    case WineProcessProbeError::timedOut: return u"timedOut"_s;
-    case WineProcessProbeError::failed: return u"failed"_s;
-    case WineProcessProbeError::unrecognizedOutput: return u"unrecognizedOutput"_s;
-    }
-    return {};
+    static const QStringList names{u"timedOut"_s, u"failed"_s, u"unrecognizedOutput"_s};
+    return names.value(int(error));
 }
 
 mode_t modeOf(const QString &path)
