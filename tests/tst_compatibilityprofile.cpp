@@ -161,9 +161,9 @@ private Q_SLOTS:
             << u" \t\u3000[EnvironmentVariables]\u00a0\t\n\"WINEMSYNC\" = \"1\"\n"_s + backendLine + u"\n[X]"_s;
         QTest::newRow("lower-case header is another section")
             << u"[environmentvariables]\n"_s << none << u"[environmentvariables]\n\n"_s + section;
-        QTest::newRow("value replaced, comment kept")
-            << inSection(u"\"WINEMSYNC\" = \"0\" ; off\n"_s + backendLine + u'\n') << none
-            << inSection(u"\"WINEMSYNC\" = \"1\" ; off\n"_s + backendLine + u'\n');
+        QTest::newRow("value replaced, comments kept, with or without a space before them")
+            << inSection(u"\"WINEMSYNC\" = \"0\" ; off\n"_s + backendLine + u";x\n"_s) << none
+            << inSection(u"\"WINEMSYNC\" = \"1\" ; off\n"_s + backendLine + u";x\n"_s);
         QTest::newRow("spacing and an empty value kept")
             << inSection(u"  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s) << none
             << inSection(u"  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"d3dmetal\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s);
