@@ -15,20 +15,22 @@ const QString backendLine = u"\"CX_GRAPHICS_BACKEND\" = \"d3dmetal\""_s;
 const QString msyncLine = u"\"WINEMSYNC\" = \"1\""_s;
 const QString header = u"[EnvironmentVariables]"_s;
 
-// "none" when the update succeeds.
+// "none" when the update succeeds, else the error's name.
 QString outcome(const QString &text, QString *result)
 {
     try {
         *result = CompatibilityProfile::updatingBottleConfiguration(text).text;
         return u"none"_s;
     } catch (ConfigurationError error) {
-        switch (error) {
-        case ConfigurationError::ambiguousSection: return u"ambiguousSection"_s;
-        case ConfigurationError::ambiguousSetting: return u"ambiguousSetting"_s;
-        case ConfigurationError::malformedSetting: return u"malformedSetting"_s;
-        }
+        static const QStringList names{u"ambiguousSection"_s, u"ambiguousSetting"_s, u"malformedSetting"_s};
+        return names.value(int(error), u"?"_s);
     }
-    return u"?"_s;
+}
+
+// The text of a file that has the section: the header, then the given lines.
+QString inSection(const QString &rest, const QString &separator = u"\n"_s)
+{
+    return header + separator + rest;
 }
 
 QByteArray readAll(const QString &path)
@@ -129,25 +131,9 @@ GeneratedFile generate(QRandomGenerator &random)
     return file;
 }
 
-// The text between the third and the fourth double quote of a line: a setting's value.
-QString valueOf(const QString &line)
-{
-    qsizetype from = -1;
-    for (int i = 0; i < 3; ++i)
-        from = line.indexOf(u'"', from + 1);
-    const qsizetype to = line.indexOf(u'"', from + 1);
-    return from < 0 || to < 0 ? QString() : line.mid(from + 1, to - from - 1);
-}
-
-// The line with its value cut out.
-QString withoutValue(const QString &line)
-{
-    const QString value = valueOf(line);
-    qsizetype from = -1;
-    for (int i = 0; i < 3; ++i)
-        from = line.indexOf(u'"', from + 1);
-    return from < 0 ? line : line.left(from + 1) + line.mid(from + 1 + value.size());
-}
+// A setting line: what comes before its value, its key, its value, what comes after the value.
+const QRegularExpression settingLine(u"^([^\"]*\"([^\"]*)\"[^\"]*\")([^\"]*)(\".*)$"_s,
+                                     QRegularExpression::DotMatchesEverythingOption);
 } // namespace
 
 class TestCompatibilityProfile : public QObject {
@@ -160,81 +146,70 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         QTest::addColumn<QString>("expected");
 
-        const QString section = header + u'\n' + backendLine + u'\n' + msyncLine + u'\n';
-        QTest::newRow("empty file gets the section after a blank line") << u""_s << u"none"_s << u'\n' + section;
-        QTest::newRow("a line without a final break gets a blank line") << u"A"_s << u"none"_s << u"A\n\n"_s + section;
-        QTest::newRow("a final break serves as the blank line") << u"A\n"_s << u"none"_s << u"A\n\n"_s + section;
-        QTest::newRow("CR LF file gets CR LF breaks")
-            << u"A\r\nB\r\n"_s << u"none"_s
-            << u"A\r\nB\r\n\r\n"_s + header + u"\r\n"_s + backendLine + u"\r\n"_s + msyncLine + u"\r\n"_s;
-        QTest::newRow("header with spaces and tabs around it")
-            << u" \t[EnvironmentVariables] \t\n"_s << u"none"_s
-            << u" \t[EnvironmentVariables] \t\n\n"_s + backendLine + u'\n' + msyncLine;
-        QTest::newRow("header with Unicode space separators")
-            << u"\u3000[EnvironmentVariables]\u00a0\n\"WINEMSYNC\" = \"1\"\n[X]"_s << u"none"_s
-            << u"\u3000[EnvironmentVariables]\u00a0\n\"WINEMSYNC\" = \"1\"\n"_s + backendLine + u"\n[X]"_s;
+        const QString added = backendLine + u'\n' + msyncLine;
+        const QString section = header + u'\n' + added + u'\n';
+        const QString crlfSection = header + u"\r\n"_s + backendLine + u"\r\n"_s + msyncLine + u"\r\n"_s;
+        const QString none = u"none"_s;
+        const QString crlf = u"\r\n"_s;
+        const QString malformed = u"malformedSetting"_s;
+        QTest::newRow("empty file gets the section after a blank line") << u""_s << none << u'\n' + section;
+        QTest::newRow("a line without a final break gets a blank line") << u"A"_s << none << u"A\n\n"_s + section;
+        QTest::newRow("a final break serves as the blank line") << u"A\n"_s << none << u"A\n\n"_s + section;
+        QTest::newRow("CR LF file gets CR LF breaks") << u"A\r\nB\r\n"_s << none << u"A\r\nB\r\n\r\n"_s + crlfSection;
+        QTest::newRow("header with tabs and Unicode space separators")
+            << u" \t\u3000[EnvironmentVariables]\u00a0\t\n\"WINEMSYNC\" = \"1\"\n[X]"_s << none
+            << u" \t\u3000[EnvironmentVariables]\u00a0\t\n\"WINEMSYNC\" = \"1\"\n"_s + backendLine + u"\n[X]"_s;
         QTest::newRow("lower-case header is another section")
-            << u"[environmentvariables]\n"_s << u"none"_s << u"[environmentvariables]\n\n"_s + section;
-        QTest::newRow("value replaced, comment kept")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = \"0\" ; off\n\"CX_GRAPHICS_BACKEND\" = \"d3dmetal\"\n"_s
-            << u"none"_s
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = \"1\" ; off\n\"CX_GRAPHICS_BACKEND\" = \"d3dmetal\"\n"_s;
+            << u"[environmentvariables]\n"_s << none << u"[environmentvariables]\n\n"_s + section;
+        QTest::newRow("value replaced, comments kept, with or without a space before them")
+            << inSection(u"\"WINEMSYNC\" = \"0\" ; off\n"_s + backendLine + u";x\n"_s) << none
+            << inSection(u"\"WINEMSYNC\" = \"1\" ; off\n"_s + backendLine + u";x\n"_s);
         QTest::newRow("spacing and an empty value kept")
-            << u"[EnvironmentVariables]\n  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s
-            << u"none"_s
-            << u"[EnvironmentVariables]\n  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"d3dmetal\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s;
-        QTest::newRow("already carrying the profile")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\"=\"1\"\n\"CX_GRAPHICS_BACKEND\" = \"d3dmetal\";x\n"_s << u"none"_s
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\"=\"1\"\n\"CX_GRAPHICS_BACKEND\" = \"d3dmetal\";x\n"_s;
-        QTest::newRow("value without quotes")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = 1\n"_s << u"malformedSetting"_s << QString();
+            << inSection(u"  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s) << none
+            << inSection(u"  \"CX_GRAPHICS_BACKEND\"\t=\u00a0\"d3dmetal\"\t; was empty\n\"WINEMSYNC\"=\"1\""_s);
+        QTest::newRow("value without quotes") << inSection(u"\"WINEMSYNC\" = 1\n"_s) << malformed << QString();
         QTest::newRow("text after the value that is no comment")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = \"1\" trailing\n"_s << u"malformedSetting"_s << QString();
+            << inSection(u"\"WINEMSYNC\" = \"1\" trailing\n"_s) << malformed << QString();
         QTest::newRow("bare CR inside the comment of an LF file")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = \"0\" ; a\rb\n"_s << u"malformedSetting"_s << QString();
+            << inSection(u"\"WINEMSYNC\" = \"0\" ; a\rb\n"_s) << malformed << QString();
         QTest::newRow("bare LF inside the comment of a CR LF line")
-            << u"[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"0\" ; a\nb\r\n"_s << u"malformedSetting"_s << QString();
+            << inSection(u"\"WINEMSYNC\" = \"0\" ; a\nb\r\n"_s, crlf) << malformed << QString();
         QTest::newRow("bare LF ending a CR LF line stays after the value")
-            << u"[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"0\"\n\r\n[Next]"_s << u"none"_s
-            << u"[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"1\"\n\r\n"_s + backendLine + u"\r\n[Next]"_s;
+            << inSection(u"\"WINEMSYNC\" = \"0\"\n\r\n[Next]"_s, crlf) << none
+            << inSection(u"\"WINEMSYNC\" = \"1\"\n\r\n"_s + backendLine + u"\r\n[Next]"_s, crlf);
         QTest::newRow("bare CR ending a CR LF line stays after the comment")
-            << u"[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"0\" ; x\r\r\n"_s + backendLine + u"\r\n"_s << u"none"_s
-            << u"[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"1\" ; x\r\r\n"_s + backendLine + u"\r\n"_s;
+            << inSection(u"\"WINEMSYNC\" = \"0\" ; x\r\r\n"_s + backendLine + u"\r\n"_s, crlf) << none
+            << inSection(u"\"WINEMSYNC\" = \"1\" ; x\r\r\n"_s + backendLine + u"\r\n"_s, crlf);
         QTest::newRow("a header line holding a bare LF is no header")
-            << u"[EnvironmentVariables]\n\r\nx"_s << u"none"_s
-            << u"[EnvironmentVariables]\n\r\nx\r\n\r\n"_s + header + u"\r\n"_s + backendLine + u"\r\n"_s + msyncLine
-                   + u"\r\n"_s;
+            << u"[EnvironmentVariables]\n\r\nx"_s << none << u"[EnvironmentVariables]\n\r\nx\r\n\r\n"_s + crlfSection;
         QTest::newRow("NEL counts as white space around the sign")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\"\u0085=\"0\"\n"_s + backendLine << u"none"_s
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\"\u0085=\"1\"\n"_s + backendLine;
+            << inSection(u"\"WINEMSYNC\"\u0085=\"0\"\n"_s + backendLine) << none
+            << inSection(u"\"WINEMSYNC\"\u0085=\"1\"\n"_s + backendLine);
         QTest::newRow("same key twice")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = \"1\"\n\"WINEMSYNC\" = \"0\"\n"_s << u"ambiguousSetting"_s
-            << QString();
+            << inSection(u"\"WINEMSYNC\" = \"1\"\n\"WINEMSYNC\" = \"0\"\n"_s) << u"ambiguousSetting"_s << QString();
         QTest::newRow("same key twice, once malformed")
-            << u"[EnvironmentVariables]\n\"WINEMSYNC\" = 1\n \"WINEMSYNC\"= \"0\"\n"_s << u"ambiguousSetting"_s << QString();
+            << inSection(u"\"WINEMSYNC\" = 1\n \"WINEMSYNC\"= \"0\"\n"_s) << u"ambiguousSetting"_s << QString();
         QTest::newRow("two section headers")
-            << u"[EnvironmentVariables]\n[Other]\n [EnvironmentVariables]\n"_s << u"ambiguousSection"_s << QString();
+            << inSection(u"[Other]\n [EnvironmentVariables]\n"_s) << u"ambiguousSection"_s << QString();
         QTest::newRow("key in another section is not ours")
-            << u"[Other]\n\"WINEMSYNC\" = \"0\"\n[EnvironmentVariables]\n[Last]"_s << u"none"_s
-            << u"[Other]\n\"WINEMSYNC\" = \"0\"\n[EnvironmentVariables]\n"_s + backendLine + u'\n' + msyncLine
-                   + u"\n[Last]"_s;
+            << u"[Other]\n\"WINEMSYNC\" = \"0\"\n"_s + inSection(u"[Last]"_s) << none
+            << u"[Other]\n\"WINEMSYNC\" = \"0\"\n"_s + inSection(added + u"\n[Last]"_s);
         QTest::newRow("other case of the key stays beside the new line")
-            << u"[EnvironmentVariables]\n\"winemsync\" = \"0\"\n"_s + backendLine + u"\n[X]"_s << u"none"_s
-            << u"[EnvironmentVariables]\n\"winemsync\" = \"0\"\n"_s + backendLine + u'\n' + msyncLine + u"\n[X]"_s;
+            << inSection(u"\"winemsync\" = \"0\"\n"_s + backendLine + u"\n[X]"_s) << none
+            << inSection(u"\"winemsync\" = \"0\"\n"_s + added + u"\n[X]"_s);
         QTest::newRow("commented-out key is not a setting")
-            << u"[EnvironmentVariables]\n;\"WINEMSYNC\" = \"0\"\n"_s + backendLine + u"\n[X]"_s << u"none"_s
-            << u"[EnvironmentVariables]\n;\"WINEMSYNC\" = \"0\"\n"_s + backendLine + u'\n' + msyncLine + u"\n[X]"_s;
+            << inSection(u";\"WINEMSYNC\" = \"0\"\n"_s + backendLine + u"\n[X]"_s) << none
+            << inSection(u";\"WINEMSYNC\" = \"0\"\n"_s + added + u"\n[X]"_s);
         QTest::newRow("new keys go after the blank line, before the next header")
-            << u"[EnvironmentVariables]\n\"X\" = \"y\"\n\n[Other]\nz\n"_s << u"none"_s
-            << u"[EnvironmentVariables]\n\"X\" = \"y\"\n\n"_s + backendLine + u'\n' + msyncLine + u"\n[Other]\nz\n"_s;
+            << inSection(u"\"X\" = \"y\"\n\n[Other]\nz\n"_s) << none
+            << inSection(u"\"X\" = \"y\"\n\n"_s + added + u"\n[Other]\nz\n"_s);
         QTest::newRow("new keys after a final break end the text without one")
-            << u"[EnvironmentVariables]\n\"X\" = \"y\"\n"_s << u"none"_s
-            << u"[EnvironmentVariables]\n\"X\" = \"y\"\n\n"_s + backendLine + u'\n' + msyncLine;
+            << inSection(u"\"X\" = \"y\"\n"_s) << none << inSection(u"\"X\" = \"y\"\n\n"_s + added);
         QTest::newRow("other sections and comments untouched")
-            << u"; top\r\n[Bottle]\r\n\"Updater\" = \"0\"\r\n[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"0\" ;  keep  \r\n[AppDefaults]\r\n"_s
-            << u"none"_s
-            << u"; top\r\n[Bottle]\r\n\"Updater\" = \"0\"\r\n[EnvironmentVariables]\r\n\"WINEMSYNC\" = \"1\" ;  keep  \r\n"_s
-                   + backendLine + u"\r\n[AppDefaults]\r\n"_s;
+            << u"; top\r\n[Bottle]\r\n"_s + inSection(u"\"WINEMSYNC\" = \"0\" ;  keep  \r\n[AppDefaults]\r\n"_s, crlf)
+            << none
+            << u"; top\r\n[Bottle]\r\n"_s
+                   + inSection(u"\"WINEMSYNC\" = \"1\" ;  keep  \r\n"_s + backendLine + u"\r\n[AppDefaults]\r\n"_s, crlf);
     }
 
     void update()
@@ -289,9 +264,14 @@ private Q_SLOTS:
             for (qsizetype i = 0; i < oldBody.size(); ++i) {
                 if (newBody.at(i) == oldBody.at(i))
                     continue;
-                const bool ours = (newBody.at(i).contains(u"\"WINEMSYNC\""_s) && valueOf(newBody.at(i)) == u"1"_s)
-                    || (newBody.at(i).contains(u"\"CX_GRAPHICS_BACKEND\""_s) && valueOf(newBody.at(i)) == u"d3dmetal"_s);
-                QVERIFY2(ours && withoutValue(newBody.at(i)) == withoutValue(oldBody.at(i)),
+                const auto was = settingLine.match(oldBody.at(i));
+                const auto now = settingLine.match(newBody.at(i));
+                const QString key = now.captured(2);
+                const QString wanted = key == u"WINEMSYNC"_s               ? u"1"_s
+                                       : key == u"CX_GRAPHICS_BACKEND"_s ? u"d3dmetal"_s
+                                                                         : QString();
+                QVERIFY2(!wanted.isEmpty() && now.captured(3) == wanted
+                             && now.captured(1) + now.captured(4) == was.captured(1) + was.captured(4),
                          qPrintable(oldBody.at(i) + u" -> "_s + newBody.at(i)));
             }
             for (qsizetype i = oldBody.size(); i < newBody.size(); ++i)
@@ -314,7 +294,6 @@ private Q_SLOTS:
                      .match(marker)
                      .hasMatch(),
                  qPrintable(marker));
-        QCOMPARE(CompatibilityProfile::restartMarker(data, bottles + u"/./Steam"_s), marker);
         QCOMPARE(CompatibilityProfile::restartMarker(data, bottles + u"/Steam/"_s), marker);
         QCOMPARE(CompatibilityProfile::restartMarker(data, dir.filePath(u"link/Steam"_s)), marker);
         QCOMPARE(CompatibilityProfile::restartMarker(data, bottles + u"/x/../Steam"_s), marker);
@@ -375,7 +354,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("profilesIsAFile");
-        QTest::newRow("two sections") << QByteArray("[EnvironmentVariables]\n[EnvironmentVariables]\n") << false;
         QTest::newRow("malformed setting") << QByteArray("[EnvironmentVariables]\n\"WINEMSYNC\" = on\n") << false;
         QTest::newRow("not UTF-8") << QByteArray("[Bottle]\n\"Name\" = \"\xff\xfe\"\n") << false;
         QTest::newRow("truncated UTF-8 at the end") << QByteArray("[Bottle]\n\xc3") << false;
