@@ -44,6 +44,18 @@ void closeDescriptor(int &fd)
     fd = -1;
 }
 
+// The notifier goes first: it must never report on a descriptor number that is closed and
+// perhaps already reused.
+void closeWatched(QSocketNotifier *&watch, int &fd)
+{
+    if (watch) {
+        watch->setEnabled(false);
+        delete watch;
+        watch = nullptr;
+    }
+    closeDescriptor(fd);
+}
+
 int openExitDescriptor(pid_t pid)
 {
 #ifdef SYS_pidfd_open
@@ -294,25 +306,8 @@ private:
         Q_EMIT finished(m_exit);
     }
 
-    void closeTerminal()
-    {
-        if (m_outputWatch) {
-            m_outputWatch->setEnabled(false);
-            delete m_outputWatch;
-            m_outputWatch = nullptr;
-        }
-        closeDescriptor(m_master);
-    }
-
-    void closeExitWatch()
-    {
-        if (m_exitWatch) {
-            m_exitWatch->setEnabled(false);
-            delete m_exitWatch;
-            m_exitWatch = nullptr;
-        }
-        closeDescriptor(m_exitDescriptor);
-    }
+    void closeTerminal() { closeWatched(m_outputWatch, m_master); }
+    void closeExitWatch() { closeWatched(m_exitWatch, m_exitDescriptor); }
 
     pid_t m_pid = 0;
     int m_master = -1;
