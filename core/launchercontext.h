@@ -1,14 +1,19 @@
 #pragma once
 
+#include "core/launchtimings.h"
 #include "platform/crossover.h"
 #include "platform/paths.h"
 #include "platform/serviceconfiguration.h"
+
+#include <functional>
+#include <memory>
 
 class Clock;
 class Desktop;
 class FilePanels;
 class Microphone;
 class SystemFacts;
+class TerminalProcess;
 class UserDefaults;
 
 // Everything the launcher model reaches outside itself, handed in at construction so that a
@@ -31,4 +36,8 @@ struct LauncherContext {
     // Where the play sessions are kept, when not in `defaults`. korvanectl keeps them apart: its
     // model must not close, as interrupted, a session that the running launcher has open.
     UserDefaults *activityDefaults = nullptr;
+    // The intervals of a launch; tests shorten them.
+    LaunchTimings timings{};
+    // Makes the terminal each launch attempt runs its script in; the platform's when empty.
+    std::function<std::unique_ptr<TerminalProcess>()> terminals{};
 };

@@ -1,6 +1,8 @@
 #include "core/launchermodel.h"
 
 #include "core/bottlediscovery.h"
+#include "core/consolelog.h"
+#include "core/launchcontroller.h"
 #include "crossover/bottleconfiguration.h"
 #include "crossover/processenvironment.h"
 #include "platform/clock.h"
@@ -38,14 +40,6 @@ bool exists(const QString &path)
     return path.startsWith(u'/') && QFileInfo::exists(path);
 }
 
-bool isExecutableFile(const QString &path)
-{
-    if (!path.startsWith(u'/'))
-        return false;
-    const QFileInfo info(path);
-    return info.exists() && !info.isDir() && ::access(QFile::encodeName(path).constData(), X_OK) == 0;
-}
-
 QString lastPathComponent(const QString &path)
 {
     return Bottle{path}.name();
@@ -63,7 +57,7 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     , m_crossOver(context.crossOver)
     , m_panels(context.panels)
     , m_desktop(context.desktop)
-    , m_logText(L("Az indító készen áll.\n"))
+    , m_console(new ConsoleLog(this))
     , m_windowPreferences(new WindowPreferences(context.defaults, this))
     , m_profiles(context.defaults)
     , m_activity(new SessionActivity(context.activityDefaults ? *context.activityDefaults : context.defaults, context.clock,
@@ -71,6 +65,11 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
                                       context.system.operatingSystemVersion()}, this))
     , m_compatibilityService(new CompatibilityService(context.service, this))
 {
+    m_console->replace(L("Az indító készen áll.\n"));
+    connect(m_console, &ConsoleLog::appended, this, &LauncherModel::logTextChanged);
+    connect(m_console, &ConsoleLog::replaced, this, &LauncherModel::logTextChanged);
+    m_launch = new LaunchController(*this, context.clock, context.microphone, context.timings, context.terminals, this);
+
     if (const auto stored = m_defaults.string(gameKey))
         if (const auto game = GameKind::fromRawValue(*stored))
             setGame(*game);
@@ -93,7 +92,19 @@ LauncherModel::LauncherModel(const LauncherContext &context, QObject *parent)
     refreshStatus();
 }
 
-LauncherModel::~LauncherModel() = default;
+LauncherModel::~LauncherModel()
+{
+    // The launch reaches into the model until its last attempt is gone.
+    delete m_launch;
+}
+
+bool LauncherModel::isExecutableFile(const QString &path)
+{
+    if (!path.startsWith(u'/'))
+        return false;
+    const QFileInfo info(path);
+    return info.exists() && !info.isDir() && ::access(QFile::encodeName(path).constData(), X_OK) == 0;
+}
 
 // --- Published state -------------------------------------------------------------------------
 
@@ -146,9 +157,15 @@ void LauncherModel::setDesktopSize(const QString &size)
     saveGameProfile();
 }
 
+QString LauncherModel::logText() const
+{
+    return m_console->text();
+}
+
 void LauncherModel::setLogText(const QString &text)
 {
-    publish(m_logText, text, &LauncherModel::logTextChanged);
+    if (m_console->text() != text)
+        m_console->replace(text);
 }
 
 void LauncherModel::setIsRunning(bool running)
@@ -192,6 +209,61 @@ void LauncherModel::setUpdateSessionActive(bool active)
 void LauncherModel::setSetupActive(bool active)
 {
     publish(m_setupActive, active, &LauncherModel::setupActiveChanged);
+}
+
+// --- Launching -------------------------------------------------------------------------------
+
+std::optional<QUuid> LauncherModel::activeLaunchToken() const
+{
+    return m_launch->activeLaunchToken();
+}
+
+bool LauncherModel::isCheckingSteam() const
+{
+    return m_launch->isCheckingSteam();
+}
+
+void LauncherModel::launchKorvane()
+{
+    m_launch->launchKorvane();
+}
+
+void LauncherModel::confirmCompatibilityLaunch()
+{
+    m_launch->confirmCompatibilityLaunch();
+}
+
+void LauncherModel::cancelCompatibilityLaunch(bool cancelSession)
+{
+    m_launch->cancelCompatibilityLaunch(cancelSession);
+}
+
+void LauncherModel::stopBottle()
+{
+    m_launch->stopBottle();
+}
+
+void LauncherModel::openSteam()
+{
+    m_launch->openSteam();
+}
+
+void LauncherModel::didLoadGame()
+{
+    m_activity->loaded(m_clock.now());
+    m_gameStartupDetected = true;
+    setIssue(std::nullopt);
+    if (m_windowPreferences->hideOnLaunch() && !m_hiddenForGame) {
+        m_hiddenForGame = true;
+        if (m_desktop)
+            m_desktop->hideApplication();
+    }
+}
+
+void LauncherModel::setStatusMessage(const LocalizedMessage &message)
+{
+    m_statusMessage = message;
+    Q_EMIT statusChanged();
 }
 
 // --- Derived paths ---------------------------------------------------------------------------
@@ -489,13 +561,10 @@ void LauncherModel::importSettings(const SettingsTransfer &document)
 
 void LauncherModel::appendLog(const QString &text)
 {
-    QString log = m_logText + text;
-    if (log.size() > logLimit)
-        log = log.right(logKeptLength);
-    setLogText(log);
     m_activity->append(text);
+    m_console->append(text);
     if (m_isRunning && !m_gameStartupDetected) {
-        if (const auto found = LaunchIssue::classify(m_logText.right(4000)))
+        if (const auto found = LaunchIssue::classify(QStringView(m_console->text()).right(4000).toString()))
             setIssue(found);
     }
 }
@@ -508,7 +577,7 @@ void LauncherModel::clearLog()
 void LauncherModel::copyLog()
 {
     if (m_desktop)
-        m_desktop->copyToPasteboard(m_logText);
+        m_desktop->copyToPasteboard(m_console->text());
 }
 
 void LauncherModel::openDataFolder()

@@ -3,7 +3,6 @@
 #include "core/bottle.h"
 #include "core/launchercontext.h"
 #include "core/launchissue.h"
-#include "core/taskhandle.h"
 #include "games/compatibilityservice.h"
 #include "games/gamekind.h"
 #include "games/gameprofile.h"
@@ -12,17 +11,17 @@
 #include "preferences/windowpreferences.h"
 #include "sessions/sessionactivity.h"
 
-#include <QIODevice>
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QPointer>
-#include <QProcess>
 #include <QSet>
 #include <QUuid>
 
 #include <optional>
 
+class ConsoleLog;
+class LaunchController;
 struct SettingsTransfer;
 
 Q_DECLARE_METATYPE(std::optional<CompatibilityResult>)
@@ -65,10 +64,6 @@ public:
     static inline const QString useWineDesktopKey = QStringLiteral("useWineDesktop");
     static inline const QString desktopSizeKey = QStringLiteral("desktopSize");
 
-    // The console log is cut to its last `logKeptLength` characters once it passes `logLimit`.
-    static constexpr qsizetype logLimit = 200'000;
-    static constexpr qsizetype logKeptLength = 150'000;
-
     // --- Published state
     QList<Bottle> bottles() const { return m_bottles; }
     void setBottles(const QList<Bottle> &bottles);
@@ -86,7 +81,8 @@ public:
     void setUseWineDesktop(bool use);
     QString desktopSize() const { return m_desktopSize; }
     void setDesktopSize(const QString &size);
-    QString logText() const { return m_logText; }
+    QString logText() const;
+    // Replaces the whole console text.
     void setLogText(const QString &text);
     bool isRunning() const { return m_isRunning; }
     // Going from running to stopped brings back a launcher that hid for the game.
@@ -117,20 +113,31 @@ public:
     std::optional<QString> pendingExecutable() const { return m_pendingExecutable; }
     void setPendingExecutable(std::optional<QString> path) { m_pendingExecutable = std::move(path); }
     bool hiddenForGame() const { return m_hiddenForGame; }
-    void setHiddenForGame(bool hidden) { m_hiddenForGame = hidden; }
     bool gameStartupDetected() const { return m_gameStartupDetected; }
     void setGameStartupDetected(bool detected) { m_gameStartupDetected = detected; }
-    bool isCheckingSteam() const { return m_isCheckingSteam; }
-    void setIsCheckingSteam(bool checking) { m_isCheckingSteam = checking; }
-    QProcess *launcherProcess() const { return m_launcherProcess.data(); }
-    void setLauncherProcess(QProcess *process) { m_launcherProcess = process; }
-    QIODevice *consolePipe() const { return m_consolePipe.data(); }
-    void setConsolePipe(QIODevice *pipe) { m_consolePipe = pipe; }
-    std::optional<QUuid> activeLaunchToken() const { return m_activeLaunchToken; }
-    void setActiveLaunchToken(std::optional<QUuid> token) { m_activeLaunchToken = token; }
-    TaskHandle &watchdogTask() { return m_watchdogTask; }
-    TaskHandle &terminalStatusTask() { return m_terminalStatusTask; }
-    TaskHandle &preparationTask() { return m_preparationTask; }
+    // The launch in progress: its token, whether it is still being prepared, its attempt.
+    LaunchController &launch() { return *m_launch; }
+    std::optional<QUuid> activeLaunchToken() const;
+    bool isCheckingSteam() const;
+    // The console text with its bound, reporting each appended piece.
+    ConsoleLog &console() { return *m_console; }
+
+    // --- Launching (the chain itself lives in LaunchController)
+    // The launch button: checklist, version check, microphone, bottle check, client.
+    void launchKorvane();
+    // The user starts despite a version that is not known to be supported.
+    void confirmCompatibilityLaunch();
+    void cancelCompatibilityLaunch(bool cancelSession);
+    // Ends the launch: a launch being prepared is abandoned without touching the bottle, a
+    // running client is ended and the bottle's processes are stopped.
+    void stopBottle();
+    // Starts Windows Steam in the selected bottle on its own.
+    void openSteam();
+    // The game came up: the session records it, console output no longer names problems, and
+    // the launcher hides when the window preferences ask for it.
+    void didLoadGame();
+    void setStatusMessage(const LocalizedMessage &message);
+
     bool manualGameDirectory() const { return m_manualGameDirectory; }
 
     // --- The machine, as the front end describes it
@@ -139,6 +146,8 @@ public:
 
     // --- CrossOver and derived paths (computed on every read)
     const Paths &paths() const { return m_paths; }
+    // An absolute path to a file this user may run.
+    static bool isExecutableFile(const QString &path);
     QString winePath() const { return m_crossOver.winePath; }
     QString wineServerPath() const { return m_crossOver.wineServerPath; }
     QString bottlesDirectory() const { return m_crossOver.bottlesDirectory; }
@@ -197,6 +206,7 @@ public:
     // Appends to the console log, keeps it bounded and, while a launch runs and the game has
     // not loaded, names the problem the newest output reports.
     void appendLog(const QString &text);
+    void replaceLog(const QString &text) { setLogText(text); }
     void clearLog();
     void copyLog();
     void openDataFolder();
@@ -250,7 +260,7 @@ private:
     QString m_gameDirectory;
     bool m_useWineDesktop = false;
     QString m_desktopSize = QStringLiteral("1920x1080");
-    QString m_logText;
+    ConsoleLog *m_console; // a child
     bool m_isRunning = false;
     QPointer<WindowPreferences> m_windowPreferences;
     GameProfiles m_profiles;
@@ -271,12 +281,6 @@ private:
     bool m_updateSessionActive = false;
     bool m_setupActive = false;
     LocalizedMessage m_statusMessage{"Ellenőrzés…"};
-    QPointer<QProcess> m_launcherProcess;
-    QPointer<QIODevice> m_consolePipe;
-    std::optional<QUuid> m_activeLaunchToken;
-    TaskHandle m_watchdogTask;
-    TaskHandle m_terminalStatusTask;
-    TaskHandle m_preparationTask;
-    bool m_isCheckingSteam = false;
+    LaunchController *m_launch = nullptr; // a child, deleted first
     bool m_manualGameDirectory = false;
 };

@@ -25,7 +25,8 @@ QString quote(const QString &value)
 
 QString render(BottleLaunchMode mode, const QString &bottle, const QString &wineServer, const QString &directory,
                const QString &cli, const QStringList &arguments, const QMap<QString, QString> &environment,
-               const QString &statusPath, const std::optional<QString> &restartMarkerPath, IdleServer idleServer)
+               const QString &statusPath, const std::optional<QString> &restartMarkerPath, IdleServer idleServer,
+               int restartDelay)
 {
     QString script = u"#!/bin/zsh\n"
                      "stty rows 30 columns 120 2>/dev/null || true\n"
@@ -35,7 +36,7 @@ QString render(BottleLaunchMode mode, const QString &bottle, const QString &wine
 
     if (mode.resetsBottle()) {
         script += serverStopLine(idleServer);
-        script += u"sleep 8\n"_s;
+        script += u"sleep "_s + QString::number(restartDelay) + u'\n';
         if (restartMarkerPath)
             script += u"/bin/rm -f -- "_s + quote(*restartMarkerPath) + u" || exit 1\n"_s;
         else

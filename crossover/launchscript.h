@@ -33,10 +33,13 @@ inline constexpr IdleServer hostIdleServer = IdleServer::failsScript;
 inline constexpr IdleServer hostIdleServer = IdleServer::tolerated;
 #endif
 
+// How long a stopped bottle rests before Steam starts again in it.
+inline constexpr int restartDelaySeconds = 8;
+
 QString render(BottleLaunchMode mode, const QString &bottle, const QString &wineServer, const QString &directory,
                const QString &cli, const QStringList &arguments, const QMap<QString, QString> &environment,
                const QString &statusPath, const std::optional<QString> &restartMarkerPath,
-               IdleServer idleServer = hostIdleServer);
+               IdleServer idleServer = hostIdleServer, int restartDelay = restartDelaySeconds);
 
 // The eleven variables the script gives the client.
 QMap<QString, QString> environment(const QString &bottle, const QString &winePath, const QString &wineServerPath,

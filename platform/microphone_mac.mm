@@ -1,5 +1,8 @@
 #include "platform/microphone.h"
 
+#include <QCoreApplication>
+#include <QMetaObject>
+
 #import <AVFoundation/AVFoundation.h>
 
 namespace {
@@ -18,6 +21,23 @@ public:
         default:
             return MicrophoneAuthorization::notDetermined;
         }
+    }
+
+    void requestAccess(std::function<void(bool)> answer) const override
+    {
+        // The completion handler runs on one of AVFoundation's queues; the launcher's state is
+        // the main thread's, so the answer hops there before anyone sees it.
+        auto *shared = new std::function<void(bool)>(std::move(answer));
+        [AVCaptureDevice requestAccessForMediaType:AVMediaTypeAudio
+                                 completionHandler:^(BOOL granted) {
+                                     QMetaObject::invokeMethod(
+                                         QCoreApplication::instance(),
+                                         [shared, granted] {
+                                             (*shared)(granted == YES);
+                                             delete shared;
+                                         },
+                                         Qt::QueuedConnection);
+                                 }];
     }
 };
 } // namespace

@@ -1,4 +1,5 @@
 #include "core/bottlediscovery.h"
+#include "core/consolelog.h"
 #include "core/launchermodel.h"
 #include "support/bottletree.h"
 #include "support/launcherrig.h"
@@ -270,7 +271,11 @@ private Q_SLOTS:
         LauncherModel &model = rig.start();
         model.setIsRunning(from);
         model.windowPreferences().setRestoreOnExit(restore);
-        model.setHiddenForGame(hidden);
+        model.windowPreferences().setHideOnLaunch(hidden);
+        model.didLoadGame();
+        QCOMPARE(rig.desktop.hides, hidden ? 1 : 0);
+        model.didLoadGame(); // already hidden for this game
+        QCOMPARE(rig.desktop.hides, hidden ? 1 : 0);
         model.setIsRunning(to);
         QCOMPARE(rig.desktop.unhides, unhides);
         QCOMPARE(model.hiddenForGame(), hidden && unhides == 0 && !(from && !to));
@@ -376,8 +381,8 @@ private Q_SLOTS:
         model.appendLog(u"game version mismatch\n"_s);
         QCOMPARE(model.issue()->rawValue(), u"network"_s);
 
-        model.appendLog(QString(LauncherModel::logLimit, u'x'));
-        QCOMPARE(model.logText().size(), LauncherModel::logKeptLength);
+        model.appendLog(QString(ConsoleLog::limit - 1, u'x'));
+        QCOMPARE(model.logText().size(), ConsoleLog::keptLength);
     }
 };
 
