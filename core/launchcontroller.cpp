@@ -378,6 +378,8 @@ void LaunchController::startCLIProcess(const QStringList &arguments, QUuid token
     const QProcessEnvironment own = QProcessEnvironment::systemEnvironment();
     for (const QString &key : own.keys())
         environment.insert(key, own.value(key));
+    // The home the launcher reads the game's logs from is the one the client writes them to.
+    environment.insert(u"HOME"_s, m_model.paths().home);
     environment.insert(u"TERM"_s, u"xterm-256color"_s);
     environment.insert(u"TERM_PROGRAM"_s, u"KorvaneMacLauncher"_s);
 

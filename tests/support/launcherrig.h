@@ -27,6 +27,12 @@ struct LauncherRig {
     QString cxRoot = home.root() + u"/cxoffice"_s;
     QString bottles = home.paths.home + u"/.cxoffice"_s;
     QString resources = home.root() + u"/resources"_s;
+    // What a launch test changes: the model's clock (the session dates and the watchdog's
+    // times), its intervals, the service it asks and the terminal it runs the client in.
+    const Clock *modelClock = &clock;
+    LaunchTimings timings;
+    ServiceConfiguration serviceConfiguration = service();
+    std::function<std::unique_ptr<TerminalProcess>()> terminals;
     std::unique_ptr<LauncherModel> model;
 
     LauncherRig()
@@ -40,8 +46,9 @@ struct LauncherRig {
         model.reset();
         Paths paths = home.paths;
         paths.resources = resources;
-        model = std::make_unique<LauncherModel>(LauncherContext{*home.defaults, clock, microphone, system, paths,
-                                                                crossOver(), service(), &panels, &desktop});
+        model = std::make_unique<LauncherModel>(LauncherContext{*home.defaults, *modelClock, microphone, system, paths,
+                                                                crossOver(), serviceConfiguration, &panels, &desktop,
+                                                                nullptr, timings, terminals});
         return *model;
     }
 
