@@ -31,16 +31,16 @@ class TerminalProcess;
 // one, so a stop, a retry or a new launch silences everything the old one left pending.
 //
 // What a stop does at each point of the chain:
-//   checklist incomplete      nothing is running; the session has already failed.
-//   checking the version      the check is dropped; nothing in the bottle was touched.
-//   awaiting the decision     nothing runs; the pending prompt stays until it is answered, and
-//                             the bottle's wineserver is asked to stop (nothing was prepared).
+//   checking the version      the check's answer is dropped; nothing in the bottle is touched.
 //   awaiting the microphone   the answer is ignored when it comes; the bottle is untouched.
-//   probing the bottle        the probe's answer is dropped; Steam and the bottle stay as
-//                             they are (the probe itself ends at its time-out).
+//   probing the bottle        the probe's answer is dropped; Steam and the bottle stay as they
+//                             are (the probe itself ends by its time-out at the latest).
 //   client running            the client's process group is asked to end (killed after a
 //                             grace) and the bottle's wineserver is asked to stop everything.
 //   retry, give-up, finish    the attempt that was replaced or ended is already silent.
+//   idle, or a version        no launch is abandoned; the stop still means "stop the bottle",
+//   decision pending          so the wineserver is asked to stop it (a pending decision stays).
+// A launch that is being prepared (everything before the client) never touches the bottle.
 class LaunchController : public QObject {
     Q_OBJECT
 

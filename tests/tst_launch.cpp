@@ -416,7 +416,10 @@ private Q_SLOTS:
         launch.model->appendLog(u"HTTP Error 500\n"_s); // after the load the console names nothing
         QCOMPARE(launch.model->issue(), std::nullopt);
 
+        const qint64 clientPid = launch.sandbox.calls(u"korvane-cli"_s).value(0).value(u"pid"_s).toInteger();
+        QVERIFY(alive(clientPid));
         launch.model->stopBottle();
+        QTRY_VERIFY(!alive(clientPid)); // gone by the stop itself, not by the launcher's exit
         QCOMPARE(launch.model->statusMessage().key, u"Leállítás elküldve"_s);
         QCOMPARE(launch.rig.desktop.unhides, 1);
         QCOMPARE(launch.model->activity().latest()->stage, LaunchStage::cancelled);
