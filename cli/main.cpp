@@ -73,6 +73,15 @@ std::optional<GameKind> gameFromOption(const QString &name)
     return GameKind::fromRawValue(name);
 }
 
+bool readGameOption(CliContext &context, const std::optional<QString> &value, std::optional<GameKind> *game)
+{
+    *game = value ? gameFromOption(*value) : std::nullopt;
+    if (!value || *game)
+        return true;
+    context.err << "korvanectl: unknown game \"" << *value << "\" (ets2 or ats)\n";
+    return false;
+}
+
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
