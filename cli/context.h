@@ -46,3 +46,6 @@ int tailCommand(CliContext &context, const QStringList &arguments);
 int diagnosticsCommand(CliContext &context, const QStringList &arguments);
 int sessionsCommand(CliContext &context, const QStringList &arguments);
 int probeCommand(CliContext &context, const QStringList &arguments);
+int launchCommand(CliContext &context, const QStringList &arguments);
+int stopCommand(CliContext &context, const QStringList &arguments);
+int steamCommand(CliContext &context, const QStringList &arguments);

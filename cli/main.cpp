@@ -32,6 +32,9 @@ const CommandEntry commands[] = {
     {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
     {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
     {"probe"_L1, probeCommand, "probe [--timeout SECONDS] [--json]"_L1},
+    {"launch"_L1, launchCommand, "launch [--game ets2|ats] [--yes] [--json]"_L1},
+    {"stop"_L1, stopCommand, "stop"_L1},
+    {"steam"_L1, steamCommand, "steam"_L1},
 };
 
 void printUsage(QTextStream &stream)
