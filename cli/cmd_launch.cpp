@@ -133,8 +133,13 @@ int exitCodeFor(LaunchStage stage)
 // Why a session ended other than finished, in one line for the terminal.
 QString endingLine(LauncherModel &model, const PlaySession &session, bool declined, bool interrupted)
 {
-    if (declined)
-        return model.statusText() + u" Not launched; run again with --yes to launch anyway."_s;
+    if (declined) {
+        const std::optional<CompatibilityResult> result = model.compatibility();
+        const auto text = [](const std::optional<QString> &version) { return version.value_or(u"unknown"_s); };
+        return model.statusText() + u" (installed: "_s + text(result ? result->installed : std::nullopt)
+            + u", supported: "_s + text(result ? result->supported : std::nullopt)
+            + u"). Not launched; run again with --yes to launch anyway."_s;
+    }
     if (interrupted)
         return u"the launch was stopped."_s;
     if (session.stage == LaunchStage::cancelled)

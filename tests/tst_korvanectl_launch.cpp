@@ -7,6 +7,7 @@
 #include "support/korvanectl.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
 #include <QtTest>
@@ -76,6 +77,15 @@ struct LaunchHome {
         sandbox.setRunning(bottle, {steamInBottle});
     }
 
+    // What the simulated client does: its steps as JSON, then its exit code.
+    void scriptClient(const QByteArray &steps, int exitCode = 0) const
+    {
+        const QJsonArray parsed = QJsonDocument::fromJson(steps).array();
+        if (parsed.isEmpty())
+            qFatal("the client's steps are not a JSON array");
+        sandbox.writeScenario({{u"cli"_s, QJsonObject{{u"steps"_s, parsed}, {u"exitCode"_s, exitCode}}}});
+    }
+
     QProcessEnvironment environment() const
     {
         QProcessEnvironment environment = sandbox.environment();
@@ -125,14 +135,14 @@ private Q_SLOTS:
         QTest::addColumn<int>("clientExit");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("stage");
-        QTest::addColumn<QString>("reason");
+        QTest::addColumn<QString>("explanation");
         const GameKind ets2 = GameKind::ets2;
         const Version supported{1, 53, 3, 14};
         const Version older{1, 52, 1, 0};
         QTest::newRow("client ends well") << QStringList() << ets2 << supported << 0 << 0 << u"finished"_s << QString();
         QTest::newRow("client fails") << QStringList() << ets2 << supported << 7 << 1 << u"failed"_s << u"exit_7"_s;
-        QTest::newRow("version mismatch declined")
-            << QStringList() << ets2 << older << 0 << 2 << u"cancelled"_s << QString();
+        QTest::newRow("version mismatch declined") << QStringList() << ets2 << older << 0 << 2 << u"cancelled"_s
+                                                   << u"installed: 1.52.1.0, supported: 1.53.3.14s"_s;
         QTest::newRow("version mismatch confirmed")
             << QStringList{u"--yes"_s} << ets2 << older << 0 << 0 << u"finished"_s << QString();
         QTest::newRow("the game asked for")
@@ -148,14 +158,11 @@ private Q_SLOTS:
         QFETCH(int, clientExit);
         QFETCH(int, exitCode);
         QFETCH(QString, stage);
-        QFETCH(QString, reason);
+        QFETCH(QString, explanation);
         LaunchHome launch;
         launch.installGame(game, version);
         launch.keepSteamRunning();
-        launch.sandbox.writeScenario(
-            {{u"cli"_s, QJsonObject{{u"steps"_s, QJsonArray{QJsonObject{{u"progress"_s, QJsonArray{u"10%"_s, u"20%"_s}}},
-                                                            QJsonObject{{u"print"_s, u"Starting game\n"_s}}}},
-                                    {u"exitCode"_s, clientExit}}}});
+        launch.scriptClient(R"([{"progress": ["10%", "20%"]}, {"print": "Starting game\n"}])", clientExit);
 
         launch.start(QStringList{u"launch"_s, u"--json"_s} + options);
         QVERIFY(launch.waitForEnd());
@@ -167,9 +174,9 @@ private Q_SLOTS:
         QCOMPARE(session->stage.rawValue(), stage);
         QCOMPARE(session->game, game.rawValue());
         QVERIFY(session->ended);
-        // The session record has no reason; the failure's is on stderr.
-        if (!reason.isEmpty())
-            QVERIFY2(err.contains(reason), qPrintable(err));
+        // The session record has no reason: why it did not finish is said on stderr.
+        if (!explanation.isEmpty())
+            QVERIFY2(err.contains(explanation), qPrintable(err));
 
         const QList<QJsonObject> clients = launch.calls(u"korvane-cli"_s);
         if (stage == "cancelled"_L1) {
@@ -200,8 +207,7 @@ private Q_SLOTS:
         LaunchHome launch;
         launch.installGame(GameKind::ets2, {1, 53, 3, 14});
         launch.keepSteamRunning();
-        launch.sandbox.writeScenario({{u"cli"_s, QJsonObject{{u"steps"_s, QJsonArray{QJsonObject{{u"print"_s, u"Waiting for the game\n"_s}},
-                                                                                      QJsonObject{{u"hang"_s, true}}}}}}});
+        launch.scriptClient(R"([{"print": "Waiting for the game\n"}, {"hang": true}])");
 
         launch.start({u"launch"_s, u"--json"_s});
         QTRY_VERIFY_WITH_TIMEOUT(launch.out.contains(u"Waiting for the game"_s), 30000);
