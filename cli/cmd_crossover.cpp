@@ -49,14 +49,6 @@ void printChange(QTextStream &out, const QString &before, const QString &after)
         out << "+ " << now.at(i) << '\n';
 }
 
-bool requireBottle(CliContext &context, const LauncherModel &model)
-{
-    if (!model.selectedBottlePath().isEmpty())
-        return true;
-    context.err << "korvanectl: no bottle is selected (korvanectl select --bottle PATH)\n";
-    return false;
-}
-
 } // namespace
 
 int bottleConfigCommand(CliContext &context, const QStringList &arguments)

@@ -122,13 +122,8 @@ int selectCommand(CliContext &context, const QStringList &arguments)
         return 2;
     }
     std::optional<GameKind> kind;
-    if (game) {
-        kind = gameFromOption(*game);
-        if (!kind) {
-            context.err << "korvanectl: unknown game \"" << *game << "\" (ets2 or ats)\n";
-            return 2;
-        }
-    }
+    if (!readGameOption(context, game, &kind))
+        return 2;
     if (gameDirectory && !QFileInfo(*gameDirectory).isDir()) {
         context.err << "korvanectl: " << *gameDirectory << " is not a directory\n";
         return 1;

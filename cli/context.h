@@ -27,6 +27,8 @@ std::optional<QString> takeOption(QStringList &arguments, const QString &name, b
 bool takeSwitch(QStringList &arguments, const QString &name);
 // The game a "--game" value names: "ets2", "ats", or a game's full name.
 std::optional<GameKind> gameFromOption(const QString &name);
+// Reads an optional "--game" value into `game`; false, said on stderr, when it names no game.
+bool readGameOption(CliContext &context, const std::optional<QString> &value, std::optional<GameKind> *game);
 
 int gameVersionCommand(CliContext &context, const QStringList &arguments);
 int textCommand(CliContext &context, const QStringList &arguments);
@@ -44,3 +46,6 @@ int tailCommand(CliContext &context, const QStringList &arguments);
 int diagnosticsCommand(CliContext &context, const QStringList &arguments);
 int sessionsCommand(CliContext &context, const QStringList &arguments);
 int probeCommand(CliContext &context, const QStringList &arguments);
+int launchCommand(CliContext &context, const QStringList &arguments);
+int stopCommand(CliContext &context, const QStringList &arguments);
+int steamCommand(CliContext &context, const QStringList &arguments);

@@ -32,6 +32,9 @@ const CommandEntry commands[] = {
     {"diagnostics"_L1, diagnosticsCommand, "diagnostics [-o FILE.zip] [--print]"_L1},
     {"sessions"_L1, sessionsCommand, "sessions [--json]"_L1},
     {"probe"_L1, probeCommand, "probe [--timeout SECONDS] [--json]"_L1},
+    {"launch"_L1, launchCommand, "launch [--game ets2|ats] [--yes] [--json]"_L1},
+    {"stop"_L1, stopCommand, "stop"_L1},
+    {"steam"_L1, steamCommand, "steam"_L1},
 };
 
 void printUsage(QTextStream &stream)
@@ -71,6 +74,15 @@ std::optional<GameKind> gameFromOption(const QString &name)
     if (name == "ats"_L1)
         return GameKind(GameKind::ats);
     return GameKind::fromRawValue(name);
+}
+
+bool readGameOption(CliContext &context, const std::optional<QString> &value, std::optional<GameKind> *game)
+{
+    *game = value ? gameFromOption(*value) : std::nullopt;
+    if (!value || *game)
+        return true;
+    context.err << "korvanectl: unknown game \"" << *value << "\" (ets2 or ats)\n";
+    return false;
 }
 
 int main(int argc, char *argv[])

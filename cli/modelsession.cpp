@@ -11,3 +11,11 @@ ModelSession::ModelSession(CliContext &context)
                                                             ServiceConfiguration::standard(), &panels, nullptr,
                                                             &sessions});
 }
+
+bool requireBottle(CliContext &context, const LauncherModel &model)
+{
+    if (!model.selectedBottlePath().isEmpty())
+        return true;
+    context.err << "korvanectl: no bottle is selected (korvanectl select --bottle PATH)\n";
+    return false;
+}

@@ -44,3 +44,6 @@ struct ModelSession {
     explicit ModelSession(CliContext &context);
 };
 
+
+// True when a bottle is selected; otherwise says so on stderr, for commands that act on one.
+bool requireBottle(CliContext &context, const LauncherModel &model);

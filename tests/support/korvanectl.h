@@ -18,9 +18,10 @@ inline QString korvanectlDefaultsPath(const TestHome &home)
     return home.root() + QStringLiteral("/config/korvane-launcher/defaults.json");
 }
 
-inline CliResult runKorvanectl(const TestHome &home, const QStringList &arguments,
-                               const QByteArray &input = {},
-                               const QProcessEnvironment &extra = QProcessEnvironment())
+// Starts korvanectl in `process` without waiting, for tests that act while it runs (signals,
+// a service answering on this thread).
+inline void startKorvanectl(QProcess &process, const TestHome &home, const QStringList &arguments,
+                            const QProcessEnvironment &extra = QProcessEnvironment())
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("HOME"), home.paths.home);
@@ -29,11 +30,17 @@ inline CliResult runKorvanectl(const TestHome &home, const QStringList &argument
     environment.insert(QStringLiteral("TMPDIR"), home.paths.temporary);
     environment.insert(QStringLiteral("KORVANE_RESOURCES_DIR"), home.paths.resources);
     environment.insert(extra);
-
-    QProcess process;
     process.setProcessEnvironment(environment);
     process.start(qEnvironmentVariable("KVN_KORVANECTL", QStringLiteral(KVN_BINARY_DIR "/bin/korvanectl")),
                   arguments);
+}
+
+inline CliResult runKorvanectl(const TestHome &home, const QStringList &arguments,
+                               const QByteArray &input = {},
+                               const QProcessEnvironment &extra = QProcessEnvironment())
+{
+    QProcess process;
+    startKorvanectl(process, home, arguments, extra);
     CliResult result;
     if (!process.waitForStarted(30000))
         return result;
