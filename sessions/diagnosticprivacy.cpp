@@ -319,10 +319,32 @@ QString DiagnosticPrivacy::lastCharacters(const QString &text, qsizetype count)
     if (counted == count && position == 0)
         return text;
 
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    finder.toEnd();
-    for (qsizetype i = 0; i < count; ++i)
-        if (finder.toPreviousBoundary() <= 0)
+    // The boundary analysis costs as much as the text it is given, and a console append hands
+    // over far more than it keeps, so only a window at the end is analysed, doubled while it
+    // holds too few characters. It must give the boundaries the whole text would, and Qt's
+    // analysis reaches back further than the Unicode rules do: it splits runs of some scripts
+    // (Thai and its neighbours) by their own rules, and characters without a script of their
+    // own (spaces, digits, punctuation, line feeds, emoji) continue the run before them, across
+    // lines. So the window starts at a line that begins with a Latin letter: a line feed ends
+    // every cluster and every rule that looks back, and the letter starts a run of its own.
+    const QStringView whole(text);
+    const auto startsLatinLine = [&whole](qsizetype at) {
+        const char16_t first = whole.at(at).unicode();
+        return whole.at(at - 1) == u'\n' && ((first >= u'a' && first <= u'z') || (first >= u'A' && first <= u'Z'));
+    };
+    qsizetype start = std::min(text.size() - count, text.size() - 1);
+    for (;;) {
+        while (start > 0 && !startsLatinLine(start))
+            --start;
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, whole.mid(start));
+        finder.toEnd();
+        qsizetype found = 0;
+        while (found < count && finder.toPreviousBoundary() > 0)
+            ++found;
+        if (found == count)
+            return text.mid(start + finder.position());
+        if (start == 0)
             return text;
-    return text.mid(finder.position());
+        start = std::max<qsizetype>(0, start - std::max(count - found, text.size() - start));
+    }
 }

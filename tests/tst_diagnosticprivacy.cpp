@@ -228,6 +228,18 @@ private Q_SLOTS:
         QTest::newRow("accent before ASCII tail") << u"e\u0301abc"_s << qsizetype(3) << u"abc"_s;
         QTest::newRow("exactly the bound in clusters") << u"a\r\nb"_s << qsizetype(3) << u"a\r\nb"_s;
         QTest::newRow("zero") << u"abc"_s << qsizetype(0) << QString();
+        // Long texts are analysed from a line start near their end.
+        const QString console = u"Letöltés kész\n"_s.repeated(1000);
+        QTest::newRow("long console text") << console << qsizetype(100) << console.right(100);
+        QTest::newRow("CR LF before the last line stays whole")
+            << u"e\u0301\r\nbe\u0301"_s << qsizetype(3) << u"\r\nbe\u0301"_s;
+        QTest::newRow("last line of long clusters reaches back")
+            << u"ab\ne\u0301e\u0301e\u0301"_s << qsizetype(3) << u"e\u0301e\u0301e\u0301"_s;
+        QTest::newRow("marks after a control at a line start stay one character")
+            << u"a\n\t\u200D\uFE0F\u094D"_s << qsizetype(2) << u"\t\u200D\uFE0F\u094D"_s;
+        QTest::newRow("flags pair up from the start of their line")
+            << u"\U0001F1ED\U0001F1FA\n\U0001F1ED\U0001F1FA\U0001F1E9\U0001F1EA\U0001F1ED"_s << qsizetype(3)
+            << u"\U0001F1ED\U0001F1FA\U0001F1E9\U0001F1EA\U0001F1ED"_s;
     }
 
     void lastCharacters()
