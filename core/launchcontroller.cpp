@@ -109,6 +109,14 @@ void LaunchController::setCheckingSteam(bool checking)
     m_isCheckingSteam = checking;
 }
 
+void LaunchController::endPreparation()
+{
+    m_preparationTask.cancel();
+    setCheckingSteam(false);
+    m_model.setIsRunning(false);
+    m_token.reset();
+}
+
 // --- The version check ------------------------------------------------------------------------
 
 void LaunchController::launchKorvane()
@@ -144,10 +152,7 @@ void LaunchController::versionChecked(QUuid token, GameKind game, const QString 
 {
     if (m_token != token)
         return;
-    m_preparationTask.cancel();
-    setCheckingSteam(false);
-    m_model.setIsRunning(false);
-    m_token.reset();
+    endPreparation();
     // The user chose another game or folder meanwhile: this answer is about neither.
     if (m_model.game() != game || m_model.gameExecutablePath() != executable)
         return;
@@ -308,10 +313,7 @@ void LaunchController::preparationFailed(QUuid token)
 {
     if (m_token != token)
         return;
-    m_preparationTask.cancel();
-    setCheckingSteam(false);
-    m_model.setIsRunning(false);
-    m_token.reset();
+    endPreparation();
     m_model.setStatusMessage(LocalizedMessage("Indítás előtti ellenőrzés sikertelen"));
     m_model.setIssue(LaunchIssue::probe);
     m_model.appendLog(L("Az indítás előtti ellenőrzés nem sikerült. Biztonságból nem állítottuk le a Steamet vagy a "

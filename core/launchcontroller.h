@@ -84,6 +84,8 @@ private:
     bool busy() const;
     QUuid replaceToken();
     void setCheckingSteam(bool checking);
+    // The launch is no longer being prepared and holds no token: the model is idle again.
+    void endPreparation();
     void versionChecked(QUuid token, GameKind game, const QString &executable, const CompatibilityResult &result);
     void beginVerifiedLaunch();
     void askForMicrophone();
