@@ -1,5 +1,6 @@
 #include "cli/context.h"
 
+#include "platform/bundleinfo.h"
 #include "preferences/l10n.h"
 
 #include <QCoreApplication>
@@ -39,7 +40,7 @@ const CommandEntry commands[] = {
 
 void printUsage(QTextStream &stream)
 {
-    stream << "usage: korvanectl COMMAND [OPTIONS]\n\ncommands:\n";
+    stream << "usage: korvanectl COMMAND [OPTIONS] | --version | --help\n\ncommands:\n";
     for (const CommandEntry &command : commands)
         stream << "  korvanectl " << command.usage << '\n';
     stream.flush();
@@ -96,6 +97,10 @@ int main(int argc, char *argv[])
     if (arguments.isEmpty() || arguments.first() == "--help"_L1 || arguments.first() == "-h"_L1) {
         printUsage(arguments.isEmpty() ? err : out);
         return arguments.isEmpty() ? 2 : 0;
+    }
+    if (arguments.first() == "--version"_L1) {
+        out << "korvanectl " << BundleInfo::versionText(BundleInfo::main()) << '\n';
+        return 0;
     }
 
     const QString name = arguments.takeFirst();

@@ -2,7 +2,9 @@
 # defines; every target of the project links it.
 add_library(kvn_build_settings INTERFACE)
 target_compile_features(kvn_build_settings INTERFACE cxx_std_20)
-target_compile_options(kvn_build_settings INTERFACE -Wall -Wextra)
+target_compile_options(kvn_build_settings INTERFACE -Wall -Wextra
+  # Every .mm file leaves the reference counting of Objective-C objects to the compiler (ARC).
+  $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc>)
 target_compile_definitions(kvn_build_settings INTERFACE
   QT_NO_CAST_FROM_ASCII
   QT_NO_CAST_TO_ASCII

@@ -10,7 +10,7 @@ QVariantMap BundleInfo::main()
     QVariantMap result = compiledIn();
     @autoreleasepool {
         NSDictionary *info = NSBundle.mainBundle.infoDictionary;
-        // korvanectl is not inside a bundle: it keeps the compiled-in values.
+        // Outside a bundle (korvanectl in the build tree) the compiled-in values hold.
         if (!info[@"CFBundleShortVersionString"])
             return result;
         for (const QString &key : result.keys()) {

@@ -1,5 +1,6 @@
 #include "platform/paths.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -14,6 +15,15 @@ Paths Paths::system()
     const QString tmp = qEnvironmentVariable("TMPDIR");
     paths.temporary = QDir::cleanPath(tmp.isEmpty() ? QDir::tempPath() : tmp);
     return paths;
+}
+
+QString Paths::resourcesBesideProgram()
+{
+    if (!QCoreApplication::instance())
+        return {};
+    const QString candidate =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../share/korvane-launcher"_s);
+    return QFileInfo(candidate).isDir() ? candidate : QString();
 }
 
 Paths Paths::underHome(const QString &home)

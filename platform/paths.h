@@ -24,4 +24,7 @@ struct Paths {
 private:
     // The platform's own answer, before the environment overrides.
     static Paths platformDefaults();
+    // <prefix>/share/korvane-launcher for a program in <prefix>/bin, when that folder exists:
+    // an installation, an unpacked tree and the build tree alike. Empty otherwise.
+    static QString resourcesBesideProgram();
 };

@@ -1,9 +1,6 @@
 #include "platform/paths.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QFileInfo>
-#include <QStandardPaths>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -25,13 +22,8 @@ Paths Paths::platformDefaults()
     paths.applicationSupport = xdgData.startsWith(u'/') ? QDir::cleanPath(xdgData)
                                                         : paths.home + u"/.local/share"_s;
 
-    // Installed: <prefix>/bin/<program> beside <prefix>/share/korvane-launcher. The build
-    // tree mirrors that layout (bin/ and a share/korvane-launcher link to the sources).
-    if (QCoreApplication::instance()) {
-        const QString candidate = QDir::cleanPath(QCoreApplication::applicationDirPath()
-                                                  + u"/../share/korvane-launcher"_s);
-        if (QFileInfo(candidate).isDir())
-            paths.resources = candidate;
-    }
+    // The build tree mirrors an installation's layout: bin/ and a share/korvane-launcher link
+    // to the sources.
+    paths.resources = resourcesBesideProgram();
     return paths;
 }

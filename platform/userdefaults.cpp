@@ -3,6 +3,7 @@
 #include "platform/atomicfile.h"
 #include "platform/privatedirectory.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -338,4 +339,12 @@ void JsonUserDefaults::write()
         return;
     m_lastError.clear();
     m_stamp = currentStamp();
+}
+
+QString JsonUserDefaults::standardLocation()
+{
+    // The XDG base directory rules ignore a relative XDG_CONFIG_HOME.
+    const QString xdgConfig = qEnvironmentVariable("XDG_CONFIG_HOME");
+    const QString base = xdgConfig.startsWith(u'/') ? QDir::cleanPath(xdgConfig) : QDir::homePath() + u"/.config"_s;
+    return base + u"/korvane-launcher/defaults.json"_s;
 }

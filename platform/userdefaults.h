@@ -48,8 +48,8 @@ public:
     void setData(const QString &key, const QByteArray &value) { setObject(key, QVariant(value)); }
     void setArray(const QString &key, const QVariantList &value) { setObject(key, QVariant(value)); }
 
-    // The user's own store: NSUserDefaults on macOS, a JSON document in the user's
-    // configuration directory elsewhere.
+    // The user's own store: the application's user-defaults domain on macOS (korvanectl in the
+    // bundle included), a JSON document in the user's configuration directory elsewhere.
     static std::unique_ptr<UserDefaults> openStandard();
 
     // Brings a value to one of the stored types; an unsupported type gives an invalid QVariant.
@@ -71,6 +71,10 @@ public:
     QString path() const { return m_path; }
     // The last write error, empty after a successful write.
     QString lastError() const { return m_lastError; }
+
+    // "korvane-launcher/defaults.json" in XDG_CONFIG_HOME (when absolute) or ~/.config: the
+    // launcher's store on Linux, and korvanectl's on macOS when it runs outside the bundle.
+    static QString standardLocation();
 
     // Larger documents are not parsed; they are treated as damaged.
     static constexpr qint64 maximumFileSize = 32 * 1024 * 1024;

@@ -1,5 +1,7 @@
 #include "support/korvanectl.h"
 
+#include "platform/bundleinfo.h"
+
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -8,6 +10,38 @@ class TestKorvanectlBasics : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void informationOptions_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("errStart");
+        const QVariantMap info = BundleInfo::compiledIn();
+        const QString version = info.value(BundleInfo::shortVersionKey).toString() + u" ("_s
+            + info.value(BundleInfo::buildVersionKey).toString() + u")"_s;
+        QTest::newRow("version") << QStringList{u"--version"_s} << 0 << u"korvanectl "_s + version + u'\n' << QString();
+        QTest::newRow("help") << QStringList{u"--help"_s} << 0 << u"usage: korvanectl"_s << QString();
+        QTest::newRow("no command is an error") << QStringList{} << 2 << QString() << u"usage: korvanectl"_s;
+        QTest::newRow("unknown command") << QStringList{u"--verbose"_s} << 2 << QString()
+                                         << u"korvanectl: unknown command \"--verbose\""_s;
+    }
+    void informationOptions()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, out);
+        QFETCH(QString, errStart);
+        TestHome home;
+        const CliResult result = runKorvanectl(home, arguments);
+        QCOMPARE(result.exitCode, exitCode);
+        // A version is one whole line; usage texts are checked by their start.
+        if (out.endsWith(u'\n'))
+            QCOMPARE(result.out, out);
+        else
+            QVERIFY2(result.out.startsWith(out), qPrintable(result.out));
+        QVERIFY2(result.err.startsWith(errStart), qPrintable(result.err));
+    }
+
     void gameVersion()
     {
         TestHome home;

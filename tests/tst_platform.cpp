@@ -137,10 +137,35 @@ private Q_SLOTS:
     {
         const QVariantMap info = BundleInfo::main();
         QCOMPARE(info.value(BundleInfo::reportDeliveryEnabledKey).typeId(), QMetaType::Bool);
-        for (const QString &key : {BundleInfo::shortVersionKey, BundleInfo::buildVersionKey, BundleInfo::feedURLKey,
-                                   BundleInfo::publicEDKeyKey, BundleInfo::releaseChannelKey})
+        for (const QString &key : {BundleInfo::identifierKey, BundleInfo::shortVersionKey, BundleInfo::buildVersionKey,
+                                   BundleInfo::feedURLKey, BundleInfo::publicEDKeyKey, BundleInfo::releaseChannelKey})
             QCOMPARE(info.value(key).typeId(), QMetaType::QString);
         QVERIFY(!info.value(BundleInfo::shortVersionKey).toString().isEmpty());
+        QVERIFY(!info.value(BundleInfo::identifierKey).toString().isEmpty());
+    }
+
+    void versionText_data()
+    {
+        QTest::addColumn<QVariant>("shortVersion"); // invalid: absent
+        QTest::addColumn<QVariant>("build");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("version and build") << QVariant(u"1.2.0"_s) << QVariant(u"45"_s) << u"1.2.0 (45)"_s;
+        QTest::newRow("no build number") << QVariant(u"1.2.0"_s) << QVariant() << u"1.2.0"_s;
+        QTest::newRow("empty build number") << QVariant(u"1.2.0"_s) << QVariant(QString()) << u"1.2.0"_s;
+        QTest::newRow("no version") << QVariant() << QVariant(u"45"_s) << u"development"_s;
+        QTest::newRow("version not text") << QVariant(12LL) << QVariant(u"45"_s) << u"development"_s;
+    }
+    void versionText()
+    {
+        QFETCH(QVariant, shortVersion);
+        QFETCH(QVariant, build);
+        QFETCH(QString, expected);
+        QVariantMap info;
+        if (shortVersion.isValid())
+            info.insert(BundleInfo::shortVersionKey, shortVersion);
+        if (build.isValid())
+            info.insert(BundleInfo::buildVersionKey, build);
+        QCOMPARE(BundleInfo::versionText(info), expected);
     }
 };
 
