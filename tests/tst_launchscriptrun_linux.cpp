@@ -1,3 +1,4 @@
+// Linux only: the script tolerates stopping an idle bottle there (see LaunchScript::IdleServer).
 // The launch script run for real: rendered, started by zsh under the pseudo-terminal runner, and
 // carried out against the simulated CrossOver, whose call log tells what each program was given.
 #include "crossover/compatibilityprofile.h"
@@ -181,4 +182,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestLaunchScriptRun)
-#include "tst_launchscriptrun.moc"
+#include "tst_launchscriptrun_linux.moc"

@@ -1,3 +1,5 @@
+// Linux only: an idle bottle that a cold start stops makes the Linux script succeed (see
+// LaunchScript::IdleServer), and the simulated CrossOver is built for Linux.
 // Whole launches against the simulated CrossOver and a local HTTPS service, with every interval
 // of the launch shortened: the chain from the checklist to the client's end, its failures, the
 // freeze watchdog's retries, and the stop and Steam commands.
@@ -625,4 +627,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestLaunch)
-#include "tst_launch.moc"
+#include "tst_launch_linux.moc"
