@@ -21,7 +21,7 @@ LAYERS = [
     ("crossover",),
     ("core",),
     ("updates",),
-    ("cli", "KorvaneMacLauncher"),
+    ("cli", "KorvaneMacLauncher", "release"),
     # Tests and benchmarks exercise everything; nothing may include them.
     ("tests", "bench"),
 ]
