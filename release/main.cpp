@@ -95,7 +95,7 @@ int signTree(const QString &secretPath, const QString &tree)
 int signArchive(const QString &secretPath, const QString &archivePath, const QString &urlText,
                 const QString &operatingSystem)
 {
-    const QUrl url(urlText, QUrl::StrictMode);
+    const QUrl url(urlText, QUrl::TolerantMode);
     if (!url.isValid() || url.scheme() != u"https" || url.host().isEmpty() || !url.userInfo().isEmpty())
         throw Failure{u"%1 is not an https address without a user name"_s.arg(urlText)};
     const QByteArray seed = readSeed(secretPath);
