@@ -2,6 +2,8 @@
 #include "updates/ed25519.h"
 #include "updates/treemanifest.h"
 
+#include "support/testfiles.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -99,22 +101,8 @@ TarEntries entriesOf(const QString &root, const QByteArray &top)
     return entries;
 }
 
-void write(const QString &path, const QByteArray &bytes, QFileDevice::Permissions permissions = {})
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(file.write(bytes), bytes.size());
-    file.close();
-    if (permissions)
-        QVERIFY(file.setPermissions(permissions));
-}
-
-QByteArray read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+using TestFiles::read;
+using TestFiles::write;
 
 // Everything below `root`, links not followed, with sizes: what "nothing else changed" compares.
 QStringList listing(const QString &root)

@@ -3,6 +3,8 @@
 #include "updates/sparkleversion.h"
 #include "updates/treemanifest.h"
 
+#include "support/testfiles.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -17,14 +19,22 @@ namespace {
 
 const QByteArray someSignature = QByteArray(64, '\x5a').toBase64();
 
-// One appcast item; the enclosure attributes default to a valid Linux download.
-QByteArray item(const QByteArray &version, const QByteArray &extra = {}, const QByteArray &enclosure = {})
+QByteArray enclosure(const QByteArray &url, const QByteArray &length = "9",
+                     const QByteArray &signature = someSignature, const QByteArray &os = "linux")
+{
+    QByteArray element = "<enclosure url=\"" + url + "\"";
+    if (!length.isNull())
+        element += " length=\"" + length + "\"";
+    if (!os.isNull())
+        element += " sparkle:os=\"" + os + "\"";
+    return element + " sparkle:edSignature=\"" + signature + "\"/>";
+}
+
+// One appcast item, by default with a valid Linux download.
+QByteArray item(const QByteArray &version, const QByteArray &extra = {}, const QByteArray &download = {})
 {
     return "<item><title>Korvane " + version + "</title><sparkle:version>" + version + "</sparkle:version>" + extra
-        + (enclosure.isNull() ? "<enclosure url=\"https://updates.example/k-" + version
-                   + ".tar.gz\" length=\"1234\" type=\"application/octet-stream\" sparkle:os=\"linux\""
-                     " sparkle:edSignature=\"" + someSignature + "\"/>"
-                             : enclosure)
+        + (download.isNull() ? enclosure("https://updates.example/k-" + version + ".tar.gz", "1234") : download)
         + "</item>";
 }
 
@@ -35,13 +45,7 @@ QByteArray feed(const QByteArray &items)
         + items + "</channel></rss>";
 }
 
-void write(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
+using TestFiles::write;
 
 int mode(const QString &path)
 {
@@ -141,32 +145,26 @@ private Q_SLOTS:
         QTest::newRow("up to date") << feed(item("1.2")) << QStringList{} << u"1.2"_s << QString();
         QTest::newRow("older than running") << feed(item("1.2")) << QStringList{} << u"1.10"_s << QString();
         QTest::newRow("http enclosure skipped")
-            << feed(item("1.1") + item("1.5", {}, "<enclosure url=\"http://updates.example/k.tar.gz\" length=\"9\" "
-                                                 "sparkle:os=\"linux\" sparkle:edSignature=\"" + someSignature + "\"/>"))
+            << feed(item("1.1") + item("1.5", {}, enclosure("http://updates.example/k.tar.gz")))
             << QStringList{} << u"1.0"_s << u"1.1"_s;
         QTest::newRow("user name in the download skipped")
-            << feed(item("1.1") + item("1.5", {}, "<enclosure url=\"https://me@updates.example/k.tar.gz\" length=\"9\" "
-                                                 "sparkle:os=\"linux\" sparkle:edSignature=\"" + someSignature + "\"/>"))
+            << feed(item("1.1") + item("1.5", {}, enclosure("https://me@updates.example/k.tar.gz")))
             << QStringList{} << u"1.0"_s << u"1.1"_s;
         QTest::newRow("missing length skipped")
-            << feed(item("1.1") + item("1.5", {}, "<enclosure url=\"https://updates.example/k.tar.gz\" "
-                                                 "sparkle:os=\"linux\" sparkle:edSignature=\"" + someSignature + "\"/>"))
+            << feed(item("1.1") + item("1.5", {}, enclosure("https://updates.example/k.tar.gz", QByteArray())))
             << QStringList{} << u"1.0"_s << u"1.1"_s;
         QTest::newRow("short signature skipped")
-            << feed(item("1.1") + item("1.5", {}, "<enclosure url=\"https://updates.example/k.tar.gz\" length=\"9\" "
-                                                 "sparkle:os=\"linux\" sparkle:edSignature=\"" + QByteArray(63, 'x').toBase64() + "\"/>"))
+            << feed(item("1.1") + item("1.5", {}, enclosure("https://updates.example/k.tar.gz", "9", QByteArray(63, 'x').toBase64())))
             << QStringList{} << u"1.0"_s << u"1.1"_s;
         QTest::newRow("macOS enclosure is not ours")
-            << feed(item("1.1") + item("1.5", {}, "<enclosure url=\"https://updates.example/k.zip\" length=\"9\" "
-                                                 "sparkle:edSignature=\"" + someSignature + "\"/>"))
+            << feed(item("1.1") + item("1.5", {}, enclosure("https://updates.example/k.zip", "9", someSignature, QByteArray())))
             << QStringList{} << u"1.0"_s << u"1.1"_s;
         QTest::newRow("version as enclosure attribute")
             << feed("<item><enclosure url=\"https://updates.example/k.tar.gz\" length=\"9\" sparkle:version=\"1.4\" "
                     "sparkle:os=\"linux\" sparkle:edSignature=\"" + someSignature + "\"/></item>")
             << QStringList{} << u"1.0"_s << u"1.4"_s;
         QTest::newRow("item without a version skipped")
-            << feed(item("1.1") + "<item><enclosure url=\"https://updates.example/k.tar.gz\" length=\"9\" "
-                    "sparkle:os=\"linux\" sparkle:edSignature=\"" + someSignature + "\"/></item>")
+            << feed(item("1.1") + "<item>" + enclosure("https://updates.example/k.tar.gz") + "</item>")
             << QStringList{} << u"1.0"_s << u"1.1"_s;
     }
     void appcastChoice()
