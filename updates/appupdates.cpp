@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/privatedirectory.h"
+#include "platform/userdefaults.h"
 #include "updates/platformupdater.h"
 #include "updates/rollbackbackup.h"
 #include "updates/updateconfiguration.h"

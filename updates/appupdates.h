@@ -25,15 +25,15 @@ struct AppUpdatesContext {
     const Clock &clock;
     // The application's information dictionary as built; KORVANE_FEED_URL and
     // KORVANE_PUBLIC_ED_KEY in `environment` replace its feed and key.
-    QVariantMap info;
-    QProcessEnvironment environment;
-    Paths paths;
+    QVariantMap info{};
+    QProcessEnvironment environment{};
+    Paths paths{};
     // Makes the updater of a configured build (null: none on this platform yet). Called once,
     // by the first attach, with the dictionary after the overrides.
-    std::function<std::unique_ptr<UpdaterEngine>(UpdaterDelegate &, const QVariantMap &info)> engines;
+    std::function<std::unique_ptr<UpdaterEngine>(UpdaterDelegate &, const QVariantMap &info)> engines{};
     // The running application and how a rollback copy of it is made and verified.
-    QString application;
-    ApplicationCopy applicationCopy;
+    QString application{};
+    ApplicationCopy applicationCopy{};
     // Shows a finished backup and the backups folder; absent in korvanectl.
     Desktop *desktop = nullptr;
     // How long the check for a game in the bottle may take before the check is refused.
