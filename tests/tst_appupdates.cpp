@@ -76,6 +76,22 @@ struct Updates {
         engine->setCanCheck(true);
         return *engine;
     }
+    // Attaches (except for "detached") and puts the launcher or the updater into `state`:
+    // "running", "setup", "compatibility" (a version prompt) or "busy" (an update cycle).
+    void enter(const QString &state)
+    {
+        if (state == u"detached")
+            return;
+        attached();
+        if (state == u"running")
+            model.setIsRunning(true);
+        if (state == u"setup")
+            model.setSetupActive(true);
+        if (state == u"compatibility")
+            model.setPendingCompatibility(CompatibilityResult{});
+        if (state == u"busy")
+            engine->setSession(true);
+    }
     QStringList backups() const
     {
         return QDir(updates->backupDirectory()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
@@ -272,14 +288,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, state);
         Updates updates;
-        if (state != u"detached")
-            updates.updates->attach(updates.model);
-        if (state == u"running")
-            updates.model.setIsRunning(true);
-        if (state == u"setup")
-            updates.model.setSetupActive(true);
-        if (state == u"compatibility")
-            updates.model.setPendingCompatibility(CompatibilityResult{});
+        updates.enter(state);
         updates.updates->didFindValidUpdate(u"1.1.0"_s);
         QCOMPARE(updates.updates->mayPerformCheck(), std::optional(L("update.wait")));
         // Refused before the check began: the previous phase and version stay.
@@ -361,17 +370,13 @@ private Q_SLOTS:
         QTest::newRow("not attached") << u"detached"_s;
         QTest::newRow("update in progress") << u"busy"_s;
         QTest::newRow("setup assistant") << u"setup"_s;
+        QTest::newRow("game session") << u"running"_s;
     }
     void channelRefused()
     {
         QFETCH(QString, state);
         Updates updates;
-        if (state != u"detached")
-            updates.attached();
-        if (state == u"busy")
-            updates.engine->setSession(true);
-        if (state == u"setup")
-            updates.model.setSetupActive(true);
+        updates.enter(state);
         updates.updates->setChannel(UpdateChannel::beta);
         QCOMPARE(updates.updates->channel(), UpdateChannel(UpdateChannel::stable));
         QVERIFY(!updates.rig.home.defaults->contains(u"updateChannel"_s));
@@ -423,16 +428,14 @@ private Q_SLOTS:
         QTest::newRow("not attached") << u"detached"_s << false;
         QTest::newRow("game session") << u"running"_s << false;
         QTest::newRow("setup assistant") << u"setup"_s << false;
+        QTest::newRow("update cycle of its own") << u"busy"_s << true;
     }
     void relaunch()
     {
         QFETCH(QString, state);
         QFETCH(bool, relaunch);
         Updates updates;
-        if (state != u"detached")
-            updates.updates->attach(updates.model);
-        updates.model.setIsRunning(state == u"running");
-        updates.model.setSetupActive(state == u"setup");
+        updates.enter(state);
         QCOMPARE(updates.updates->shouldRelaunchApplication(), relaunch);
     }
 
