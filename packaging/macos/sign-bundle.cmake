@@ -26,6 +26,15 @@ file(GLOB_RECURSE dylibs LIST_DIRECTORIES false
 foreach(library IN LISTS dylibs)
   kvn_codesign("${library}")
 endforeach()
+# Sparkle's helpers are signed before its framework, as Sparkle's documentation asks; the
+# downloader keeps the entitlements it shipped with.
+set(sparkle "${contents}/Frameworks/Sparkle.framework/Versions/B")
+if(EXISTS "${sparkle}")
+  kvn_codesign("${sparkle}/XPCServices/Installer.xpc")
+  kvn_codesign("${sparkle}/XPCServices/Downloader.xpc" --preserve-metadata=entitlements)
+  kvn_codesign("${sparkle}/Autoupdate")
+  kvn_codesign("${sparkle}/Updater.app")
+endif()
 file(GLOB frameworks LIST_DIRECTORIES true "${contents}/Frameworks/*.framework")
 foreach(framework IN LISTS frameworks)
   kvn_codesign("${framework}")

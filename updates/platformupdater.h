@@ -1,0 +1,22 @@
+#pragma once
+
+#include "platform/applicationcopy.h"
+#include "platform/updaterengine.h"
+
+#include <QVariantMap>
+
+#include <memory>
+
+// The platform's updater and rollback verification: Sparkle and codesign on macOS, the appcast
+// reader and the installed tree's signed manifest on Linux.
+namespace PlatformUpdater {
+
+// The updater for a configured build, unstarted, with `delegate` deciding for it; null when the
+// platform has none.
+std::unique_ptr<UpdaterEngine> make(UpdaterDelegate &delegate, const QVariantMap &info);
+
+// How a rollback copy of the running application is made and verified, with the dictionary's
+// public key where the platform's check needs one.
+ApplicationCopy applicationCopy(const QVariantMap &info);
+
+} // namespace PlatformUpdater
