@@ -354,11 +354,11 @@ private Q_SLOTS:
     {
         const QString helper = QStringLiteral(KVN_BINARY_DIR "/tests/updateinstaller_linux");
         const QString base = fresh(u"interrupted"_s);
-        const QString root = makeTree(base + u"/opt/korvane-launcher"_s, "1.0", m_seed, 200);
+        const QString root = makeTree(base + u"/opt/korvane-launcher"_s, "1.0", m_seed, 120);
         SignedArchive updates[2];
         for (int i = 0; i < 2; ++i) {
             const QByteArray version = i == 0 ? "1.0" : "2.0";
-            const QString tree = makeTree(base + u"/release/" + QString::fromLatin1(version), version, m_seed, 200);
+            const QString tree = makeTree(base + u"/release/" + QString::fromLatin1(version), version, m_seed, 120);
             updates[i] = archive(base + u"/release/" + QString::fromLatin1(version) + u".tar.gz", entriesOf(tree, "k-" + version),
                                  m_seed);
             QVERIFY(updates[i].length > 0);
@@ -386,7 +386,7 @@ private Q_SLOTS:
         QMap<QByteArray, int> killedIn;
         int sawOld = 0;
         int sawNew = 0;
-        for (int run = 0; run < runs && clock.elapsed() < 15000; ++run) {
+        for (int run = 0; run < runs && clock.elapsed() < 12000; ++run) {
             const QByteArray versionBefore = installedVersion(root);
             QProcess process;
             QVERIFY(start(process));

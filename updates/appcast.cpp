@@ -5,6 +5,8 @@
 
 #include <QXmlStreamReader>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {

@@ -3,6 +3,8 @@
 #include <QList>
 #include <QStringView>
 
+#include <algorithm>
+
 // The rules, those of Sparkle's standard comparator:
 // - A version is split into runs of one kind: ASCII digits (a number), letters and other
 //   characters (a word), and separators ('.', '-', '_', '+', white space), each separator a
