@@ -1,36 +1,53 @@
 #include "updates/platformupdater.h"
 
 #include "platform/bundleinfo.h"
+#include "platform/serverredirectpolicy.h"
+#include "platform/serviceconfiguration.h"
+#include "updates/appcastupdater.h"
+#include "updates/treemanifest.h"
+
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
-// A copied tree counts as verified only when the signed manifest it carries checks against the
-// build's public key and every file matches its hash. The manifest check is not connected yet,
-// so no tree verifies: a backup is refused and with it every update check, which is the safe
-// side for a tree nobody can vouch for.
-bool verifyInstalledTree(const QString &copy, const QString &publicKey)
+QByteArray publicKeyOf(const QVariantMap &info)
 {
-    Q_UNUSED(copy);
-    Q_UNUSED(publicKey);
-    return false;
+    return QByteArray::fromBase64(info.value(BundleInfo::publicEDKeyKey).toString().toLatin1());
 }
+
+// The feed and the archives may move to another https address, never to plain http.
+class HttpsOnly final : public RedirectPolicy {
+public:
+    bool allowsRedirect(const QUrl &target) const override
+    {
+        return target.scheme() == u"https"_s && !target.host().isEmpty();
+    }
+};
 
 } // namespace
 
 std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, const QVariantMap &info)
 {
-    // The appcast engine is not connected yet: without an engine the controller stays unable
-    // to check, as for an unconfigured build.
-    Q_UNUSED(delegate);
-    Q_UNUSED(info);
-    return nullptr;
+    AppcastUpdater::Settings settings;
+    settings.feedURL = QUrl(info.value(BundleInfo::feedURLKey).toString());
+    settings.publicKey = publicKeyOf(info);
+    settings.installRoot = ApplicationCopy::runningApplication();
+    settings.runningVersion = info.value(BundleInfo::buildVersionKey).toString();
+    // The feed is a small document; an archive is tens of megabytes over a slow line.
+    settings.http = {{std::chrono::seconds(30), std::chrono::minutes(30)}, std::make_shared<HttpsOnly>(),
+                     ServiceConfiguration::standard().tls};
+    return std::make_unique<AppcastUpdater>(delegate, settings, nullptr);
 }
 
 ApplicationCopy PlatformUpdater::applicationCopy(const QVariantMap &info)
 {
     ApplicationCopy copy = ApplicationCopy::system();
-    copy.verify = [publicKey = info.value(BundleInfo::publicEDKeyKey).toString()](const QString &path) {
-        return verifyInstalledTree(path, publicKey);
+    // A copied tree counts only when the signed manifest it carries checks against the build's
+    // key, file by file: a developer's unsigned tree cannot be vouched for, so it is refused.
+    copy.verify = [publicKey = publicKeyOf(info)](const QString &path) {
+        return TreeManifest::verify(path, publicKey).isOk();
     };
     return copy;
 }
