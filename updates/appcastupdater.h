@@ -10,9 +10,13 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <chrono>
+
 #include <optional>
 
 class UserDefaults;
+
+Q_DECLARE_METATYPE(std::optional<QString>)
 
 // The updater of the Linux build: it reads the same appcast Sparkle reads on macOS, picks the
 // newest release this run may install, and installs it over the launcher's own tree from a

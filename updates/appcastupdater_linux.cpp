@@ -29,6 +29,7 @@ AppcastUpdater::AppcastUpdater(UpdaterDelegate &delegate, Settings settings, Use
     , m_defaults(defaults)
     , m_http(new HttpSession(m_settings.http, this))
 {
+    qRegisterMetaType<std::optional<QString>>();
     m_automatic = m_defaults && m_defaults->boolValue(automaticKey);
     m_schedule.setSingleShot(true);
     connect(&m_schedule, &QTimer::timeout, this, [this] {
@@ -148,6 +149,7 @@ void AppcastUpdater::installUpdate()
         auto archive = std::make_shared<QTemporaryFile>(QFileInfo(m_settings.installRoot).absolutePath()
                                                         + u"/.korvane-update-XXXXXX.archive"_s);
         if (!archive->open() || archive->write(result.body) != result.body.size() || !archive->flush()) {
+            archive->remove();
             fail(u"The update could not be saved beside the launcher: %1"_s.arg(archive->errorString()), true);
             return;
         }
@@ -159,6 +161,8 @@ void AppcastUpdater::installUpdate()
         auto *watcher = new QFutureWatcher<std::optional<QString>>(this);
         connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, archive] {
             watcher->deleteLater();
+            // Installed or refused, the download has served: nothing stays beside the tree.
+            archive->remove();
             const std::optional<QString> error = watcher->result();
             if (error) {
                 fail(*error, true);

@@ -26,6 +26,7 @@ AppUpdatesContext AppUpdatesContext::system(UserDefaults &defaults, const Clock 
     context.applicationCopy = PlatformUpdater::applicationCopy(
         UpdateConfiguration::withOverrides(context.info, context.environment));
     context.desktop = desktop;
+    context.systemManaged = PlatformUpdater::managedBySystem(context.application);
     return context;
 }
 
@@ -33,7 +34,7 @@ AppUpdates::AppUpdates(AppUpdatesContext context, QObject *parent)
     : QObject(parent)
     , m_context(std::move(context))
     , m_info(UpdateConfiguration::withOverrides(m_context.info, m_context.environment))
-    , m_configured(UpdateConfiguration::isReady(m_info))
+    , m_configured(UpdateConfiguration::isReady(m_info) && !m_context.systemManaged)
     , m_releaseChannel(UpdateConfiguration::releaseChannel(m_info))
     , m_channel(UpdateChannel::saved(m_context.defaults))
 {

@@ -36,6 +36,9 @@ struct AppUpdatesContext {
     ApplicationCopy applicationCopy{};
     // Shows a finished backup and the backups folder; absent in korvanectl.
     Desktop *desktop = nullptr;
+    // The application was installed by the system's package manager, which also updates it: the
+    // launcher then never replaces itself (configured is false).
+    bool systemManaged = false;
     // How long the check for a game in the bottle may take before the check is refused.
     double probeTimeoutSeconds = 3;
 
@@ -83,8 +86,10 @@ public:
     UpdateChannel channel() const { return m_channel; }
     // Refused, silently, while busy, before attach, while a game runs or the setup is active.
     void setChannel(UpdateChannel channel);
-    // Whether this build has a usable feed and key; without them no updater exists.
+    // Whether this build has a usable feed and key and updates itself; otherwise no updater exists.
     bool configured() const { return m_configured; }
+    // Updates come through the system's package manager, as the update screens say.
+    bool systemManaged() const { return m_context.systemManaged; }
     // The build's own release line ("KVNReleaseChannel"), "development" when it names none.
     QString releaseChannel() const { return m_releaseChannel; }
 

@@ -18,5 +18,8 @@ std::unique_ptr<UpdaterEngine> make(UpdaterDelegate &delegate, const QVariantMap
 // How a rollback copy of the running application is made and verified, with the dictionary's
 // public key where the platform's check needs one.
 ApplicationCopy applicationCopy(const QVariantMap &info);
+// Whether the application at `path` belongs to the system's package manager (a Debian package
+// under /usr), which alone may replace it.
+bool managedBySystem(const QString &path);
 
 } // namespace PlatformUpdater

@@ -6,6 +6,7 @@
 #include "updates/appcastupdater.h"
 #include "updates/treemanifest.h"
 
+#include <QFileInfo>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
@@ -50,4 +51,10 @@ ApplicationCopy PlatformUpdater::applicationCopy(const QVariantMap &info)
         return TreeManifest::verify(path, publicKey).isOk();
     };
     return copy;
+}
+
+bool PlatformUpdater::managedBySystem(const QString &path)
+{
+    const QString canonical = QFileInfo(path).canonicalFilePath();
+    return canonical == u"/usr"_s || canonical.startsWith(u"/usr/"_s);
 }

@@ -208,3 +208,9 @@ ApplicationCopy PlatformUpdater::applicationCopy(const QVariantMap &)
 {
     return ApplicationCopy::system();
 }
+
+bool PlatformUpdater::managedBySystem(const QString &)
+{
+    // A bundle dragged to Applications is the user's own; Sparkle replaces it.
+    return false;
+}
