@@ -1,5 +1,6 @@
 #include "crossover/bottleconfiguration.h"
 #include "crossover/compatibilityprofile.h"
+#include "support/testfiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -45,16 +46,7 @@ QFile::Permissions modeOf(const QString &path)
     return QFile::permissions(path) & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
 }
 
-void write(const QString &path, const QByteArray &bytes, QFile::Permissions permissions = {})
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(file.write(bytes), bytes.size());
-    file.close();
-    if (permissions)
-        QVERIFY(file.setPermissions(permissions));
-}
+using TestFiles::write;
 
 // One generated file whose structure is known: the lines before the section's header, the
 // header, the section's lines and the lines from the next header on.
