@@ -49,3 +49,4 @@ int probeCommand(CliContext &context, const QStringList &arguments);
 int launchCommand(CliContext &context, const QStringList &arguments);
 int stopCommand(CliContext &context, const QStringList &arguments);
 int steamCommand(CliContext &context, const QStringList &arguments);
+int updateCommand(CliContext &context, const QStringList &arguments);

@@ -36,6 +36,9 @@ const CommandEntry commands[] = {
     {"launch"_L1, launchCommand, "launch [--game ets2|ats] [--yes] [--json]"_L1},
     {"stop"_L1, stopCommand, "stop"_L1},
     {"steam"_L1, steamCommand, "steam"_L1},
+    {"update"_L1, updateCommand,
+     "update status [--json] | channel stable|beta [--yes] | check [--json] | install [--yes] | backup"
+     " | notes [--lang en|de|hu]"_L1},
 };
 
 void printUsage(QTextStream &stream)

@@ -75,4 +75,18 @@ else()
   set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates")
 endif()
 
+# A release signs the tree of its .tar.gz with the key whose public half the build carries.
+set(KVN_SIGNING_KEY_FILE "" CACHE FILEPATH
+  "Secret key (korvane-release keygen) that signs the .tar.gz tree; empty: the tree is unsigned and cannot update itself")
+if(NOT APPLE AND KVN_SIGNING_KEY_FILE)
+  if(NOT KVN_PUBLIC_ED_KEY)
+    message(FATAL_ERROR "KVN_SIGNING_KEY_FILE needs KVN_PUBLIC_ED_KEY, its public key (korvane-release public-key)")
+  endif()
+  set(KVN_RELEASE_TOOL "$<TARGET_FILE:korvane-release>")
+  configure_file(cmake/SignTree.cmake.in "${PROJECT_BINARY_DIR}/generated/SignTree.cmake.gen" @ONLY)
+  file(GENERATE OUTPUT "${PROJECT_BINARY_DIR}/generated/SignTree.cmake"
+       INPUT "${PROJECT_BINARY_DIR}/generated/SignTree.cmake.gen")
+  set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_BINARY_DIR}/generated/SignTree.cmake")
+endif()
+
 include(CPack)

@@ -6,6 +6,8 @@
 
 #include <optional>
 
+Q_DECLARE_METATYPE(std::optional<QString>)
+
 // What the updater asks of the launcher during a cycle. The launcher's update controller answers
 // every question here, so Sparkle on macOS and the appcast reader on Linux decide alike.
 // Called on the main thread.
@@ -46,8 +48,16 @@ public:
     virtual void setAutomaticallyChecksForUpdates(bool on) = 0;
     // Forgets the feed read so far, so that the next check reads it again (a changed channel).
     virtual void resetUpdateCycleAfterShortDelay() = 0;
+    // Where installing is a step the user asks for after a check (the Linux updater), the
+    // release the last check found waits for it here. Sparkle asks in its own dialog and never
+    // has one waiting.
+    virtual bool hasFoundUpdate() const { return false; }
+    virtual void installFoundUpdate() {}
 
 Q_SIGNALS:
     void canCheckForUpdatesChanged(bool canCheck);
     void sessionInProgressChanged(bool inProgress);
+    // An installation asked for with installFoundUpdate ended: `error` when it failed;
+    // `relaunch` when the launcher may restart into the new version now.
+    void installFinished(const std::optional<QString> &error, bool relaunch);
 };

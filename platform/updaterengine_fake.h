@@ -29,6 +29,11 @@ public:
     bool automaticallyChecksForUpdates() const override { return m_automatic; }
     void setAutomaticallyChecksForUpdates(bool on) override { m_automatic = on; }
     void resetUpdateCycleAfterShortDelay() override { ++resets; }
+    // A release the last check found, waiting to be installed.
+    bool found = false;
+    int installs = 0;
+    bool hasFoundUpdate() const override { return found; }
+    void installFoundUpdate() override { ++installs; }
 
     void setCanCheck(bool can)
     {

@@ -1,5 +1,6 @@
 // korvane-release: the keys and signatures a Linux release of the launcher needs.
 //   keygen SECRET_FILE                 a new Ed25519 seed; prints the public key (SUPublicEDKey)
+//   public-key SECRET_FILE             prints the public key of an existing secret
 //   sign-tree SECRET_FILE TREE         writes the signed manifest into an install tree
 //   sign-archive SECRET_FILE ARCHIVE URL [--os NAME]
 //                                      prints the appcast <enclosure> element of the archive
@@ -42,6 +43,7 @@ QTextStream &err()
 int usage()
 {
     err() << "usage: korvane-release keygen SECRET_FILE\n"
+             "       korvane-release public-key SECRET_FILE\n"
              "       korvane-release sign-tree SECRET_FILE TREE\n"
              "       korvane-release sign-archive SECRET_FILE ARCHIVE URL [--os linux|macos]\n";
     err().flush();
@@ -120,6 +122,10 @@ int run(QStringList arguments)
     const QString command = arguments.takeFirst();
     if (command == u"keygen" && arguments.size() == 1)
         return keygen(arguments[0]);
+    if (command == u"public-key" && arguments.size() == 1) {
+        out() << QString::fromLatin1(Ed25519::publicKey(readSeed(arguments[0])).toBase64()) << '\n';
+        return 0;
+    }
     if (command == u"sign-tree" && arguments.size() == 2)
         return signTree(arguments[0], arguments[1]);
     if (command == u"sign-archive") {

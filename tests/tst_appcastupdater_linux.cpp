@@ -136,7 +136,7 @@ private Q_SLOTS:
 
         const QByteArray manifestBefore = TestFiles::read(installed + u'/' + TreeManifest::fileName);
         QSignalSpy finished(&updater, &AppcastUpdater::installFinished);
-        updater.installUpdate();
+        updater.installFoundUpdate();
         QVERIFY(finished.wait(20000));
         const auto error = finished.first().at(0).value<std::optional<QString>>();
         QCOMPARE(!error.has_value(), installs);

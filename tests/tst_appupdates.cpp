@@ -439,6 +439,43 @@ private Q_SLOTS:
         QCOMPARE(updates.updates->shouldRelaunchApplication(), relaunch);
     }
 
+    // Installing is offered only for a found release and no cycle under way; a finished install
+    // restarts the launcher only when the updater says it may.
+    void installFoundRelease_data()
+    {
+        QTest::addColumn<QString>("ending");
+        QTest::newRow("installed, may restart") << u"restart"_s;
+        QTest::newRow("installed, waits for the next start") << u"wait"_s;
+        QTest::newRow("failed") << u"failed"_s;
+    }
+    void installFoundRelease()
+    {
+        QFETCH(QString, ending);
+        Updates updates;
+        FakeUpdaterEngine &engine = updates.attached();
+        AppUpdates &controller = *updates.updates;
+        engine.found = true;
+        QVERIFY(!controller.canInstall()); // nothing told the controller yet
+        controller.didFindValidUpdate(u"1.1.0"_s);
+        QVERIFY(controller.canInstall());
+        engine.setSession(true);
+        QVERIFY(!controller.canInstall());
+        controller.install();
+        QCOMPARE(engine.installs, 0);
+        engine.setSession(false);
+        controller.install();
+        QCOMPARE(engine.installs, 1);
+
+        QSignalSpy finished(&controller, &AppUpdates::installFinished);
+        QSignalSpy relaunch(&controller, &AppUpdates::relaunchRequested);
+        engine.found = ending == u"failed";
+        Q_EMIT engine.installFinished(ending == u"failed" ? std::optional(u"refused"_s) : std::nullopt,
+                                      ending == u"restart");
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(relaunch.size(), ending == u"restart" ? 1 : 0);
+        QCOMPARE(controller.canInstall(), ending == u"failed");
+    }
+
     void manualBackup_data()
     {
         QTest::addColumn<bool>("verifies");

@@ -16,8 +16,6 @@
 
 class UserDefaults;
 
-Q_DECLARE_METATYPE(std::optional<QString>)
-
 // The updater of the Linux build: it reads the same appcast Sparkle reads on macOS, picks the
 // newest release this run may install, and installs it over the launcher's own tree from a
 // signed archive. Every decision (may it check now, which channels, may it restart) is the
@@ -55,16 +53,14 @@ public:
 
     // The release the last check found, until it is installed or the cycle is reset.
     std::optional<AppcastItem> foundUpdate() const { return m_found; }
+    bool hasFoundUpdate() const override { return m_found.has_value(); }
     // Downloads, verifies and installs the found release; reports through the delegate and
     // `installFinished`.
-    void installUpdate();
+    void installFoundUpdate() override;
 
 Q_SIGNALS:
     // A check ended: `refusal` set when the delegate refused it, `error` when it failed.
     void checkFinished(const std::optional<QString> &refusal, const std::optional<QString> &error);
-    // An installation ended: `error` when it failed; `relaunch` when the launcher may restart
-    // into the new tree now.
-    void installFinished(const std::optional<QString> &error, bool relaunch);
 
 private:
     void setSession(bool on);

@@ -130,7 +130,7 @@ void AppcastUpdater::checkForUpdates()
     });
 }
 
-void AppcastUpdater::installUpdate()
+void AppcastUpdater::installFoundUpdate()
 {
     if (!m_found || m_session || !m_started)
         return;

@@ -21,7 +21,9 @@ AppUpdatesContext AppUpdatesContext::system(UserDefaults &defaults, const Clock 
                                              Desktop *desktop)
 {
     AppUpdatesContext context{defaults, clock, BundleInfo::main(), QProcessEnvironment::systemEnvironment(), paths};
-    context.engines = &PlatformUpdater::make;
+    context.engines = [&defaults](UpdaterDelegate &delegate, const QVariantMap &info) {
+        return PlatformUpdater::make(delegate, info, defaults);
+    };
     context.application = ApplicationCopy::runningApplication();
     context.applicationCopy = PlatformUpdater::applicationCopy(
         UpdateConfiguration::withOverrides(context.info, context.environment));
@@ -73,6 +75,7 @@ void AppUpdates::setChannel(UpdateChannel channel)
     // The updater keeps what it read of the feed; the next check must read it for this channel.
     if (m_engine)
         m_engine->resetUpdateCycleAfterShortDelay();
+    updateCanInstall();
     setMessage(channel == UpdateChannel::beta ? "channel.beta.help" : "channel.stable.help");
 }
 
@@ -94,11 +97,24 @@ void AppUpdates::attach(LauncherModel &model)
         m_updaterSession = inProgress;
         updateBusy();
     });
+    connect(m_engine.get(), &UpdaterEngine::installFinished, this,
+            [this](const std::optional<QString> &error, bool relaunch) {
+                updateCanInstall();
+                Q_EMIT installFinished(error);
+                if (!error && relaunch)
+                    Q_EMIT relaunchRequested();
+            });
     setCanCheck(m_engine->canCheckForUpdates());
     m_updaterSession = m_engine->sessionInProgress();
     updateBusy();
     publishAutomatic(m_engine->automaticallyChecksForUpdates());
     m_engine->start();
+}
+
+void AppUpdates::install()
+{
+    if (m_canInstall)
+        m_engine->installFoundUpdate();
 }
 
 void AppUpdates::check()
@@ -265,6 +281,16 @@ void AppUpdates::updateBusy()
         return;
     m_busy = busy;
     Q_EMIT busyChanged();
+    updateCanInstall();
+}
+
+void AppUpdates::updateCanInstall()
+{
+    const bool can = m_engine && !m_busy && m_engine->hasFoundUpdate();
+    if (m_canInstall == can)
+        return;
+    m_canInstall = can;
+    Q_EMIT canInstallChanged();
 }
 
 void AppUpdates::setPhase(const char *key)
@@ -291,4 +317,5 @@ void AppUpdates::setAvailableVersion(const std::optional<QString> &version)
         return;
     m_availableVersion = version;
     Q_EMIT availableVersionChanged();
+    updateCanInstall();
 }

@@ -65,6 +65,7 @@ class AppUpdates : public QObject, public UpdaterDelegate {
     Q_PROPERTY(LocalizedMessage phase READ phase NOTIFY phaseChanged)
     Q_PROPERTY(std::optional<QString> availableVersion READ availableVersion NOTIFY availableVersionChanged)
     Q_PROPERTY(UpdateChannel channel READ channel WRITE setChannel NOTIFY channelChanged)
+    Q_PROPERTY(bool canInstall READ canInstall NOTIFY canInstallChanged)
     Q_PROPERTY(bool configured READ configured CONSTANT)
     Q_PROPERTY(QString releaseChannel READ releaseChannel CONSTANT)
 
@@ -93,11 +94,18 @@ public:
     // The build's own release line ("KVNReleaseChannel"), "development" when it names none.
     QString releaseChannel() const { return m_releaseChannel; }
 
+    // A found update waits for the user to install it (the Linux updater; Sparkle asks in its
+    // own dialog).
+    bool canInstall() const { return m_canInstall; }
+
     // --- Operations
     // Connects to the launcher model and starts the updater; only the first call does anything.
     void attach(LauncherModel &model);
     // A user-requested check, when the updater can check and no cycle is under way.
     void check();
+    // Installs the update a check found, when canInstall; ends with installFinished and, when
+    // the launcher may restart into it now, relaunchRequested.
+    void install();
     // Makes a rollback copy now, off the main thread; reveals it and says how it went.
     void saveBackup();
     // Shows the backups folder, creating it when needed.
@@ -132,6 +140,10 @@ Q_SIGNALS:
     void phaseChanged();
     void availableVersionChanged();
     void channelChanged();
+    void canInstallChanged();
+    void installFinished(const std::optional<QString> &error);
+    // The new version is installed and nothing holds the launcher: the application restarts.
+    void relaunchRequested();
     // A manual backup ended: the copy's path, or nothing when it failed.
     void backupFinished(const std::optional<QString> &copy);
 
@@ -142,6 +154,7 @@ private:
     void setPhase(const char *key);
     void setMessage(const char *key);
     void setAvailableVersion(const std::optional<QString> &version);
+    void updateCanInstall();
     // Sets the published value only, for the updater's own reports.
     void publishAutomatic(bool on);
     QString makeBackup() const;
@@ -156,6 +169,7 @@ private:
     bool m_canCheck = false;
     bool m_automatic = false;
     bool m_busy = false;
+    bool m_canInstall = false;
     bool m_updaterSession = false;
     bool m_backingUp = false;
     std::optional<LocalizedMessage> m_message;

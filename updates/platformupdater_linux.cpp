@@ -29,7 +29,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, const QVariantMap &info)
+std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, const QVariantMap &info,
+                                                     UserDefaults &defaults)
 {
     AppcastUpdater::Settings settings;
     settings.feedURL = QUrl(info.value(BundleInfo::feedURLKey).toString());
@@ -39,12 +40,17 @@ std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, 
     // The feed is a small document; an archive is tens of megabytes over a slow line.
     settings.http = {{std::chrono::seconds(30), std::chrono::minutes(30)}, std::make_shared<HttpsOnly>(),
                      ServiceConfiguration::standard().tls};
-    return std::make_unique<AppcastUpdater>(delegate, settings, nullptr);
+    return std::make_unique<AppcastUpdater>(delegate, settings, &defaults);
 }
 
 ApplicationCopy PlatformUpdater::applicationCopy(const QVariantMap &info)
 {
     ApplicationCopy copy = ApplicationCopy::system();
+    // A developer's build carries no manifest: it is no installed launcher, and copying a build
+    // folder of gigabytes only to find that out would help nobody.
+    copy.isApplication = [isTree = copy.isApplication](const QString &path) {
+        return isTree(path) && QFileInfo(path + u'/' + TreeManifest::fileName).isFile();
+    };
     // A copied tree counts only when the signed manifest it carries checks against the build's
     // key, file by file: a developer's unsigned tree cannot be vouched for, so it is refused.
     copy.verify = [publicKey = publicKeyOf(info)](const QString &path) {

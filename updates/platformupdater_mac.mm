@@ -199,7 +199,7 @@ private:
 
 @end
 
-std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, const QVariantMap &info)
+std::unique_ptr<UpdaterEngine> PlatformUpdater::make(UpdaterDelegate &delegate, const QVariantMap &info, UserDefaults &)
 {
     return std::make_unique<SparkleUpdaterEngine>(delegate, info.value(BundleInfo::feedURLKey).toString());
 }

@@ -18,10 +18,16 @@ inline QString korvanectlDefaultsPath(const TestHome &home)
     return home.root() + QStringLiteral("/config/korvane-launcher/defaults.json");
 }
 
+inline QString korvanectlProgram()
+{
+    return qEnvironmentVariable("KVN_KORVANECTL", QStringLiteral(KVN_BINARY_DIR "/bin/korvanectl"));
+}
+
 // Starts korvanectl in `process` without waiting, for tests that act while it runs (signals,
 // a service answering on this thread).
+// `program` replaces the built korvanectl, for a copy of it in an installed tree.
 inline void startKorvanectl(QProcess &process, const TestHome &home, const QStringList &arguments,
-                            const QProcessEnvironment &extra = QProcessEnvironment())
+                            const QProcessEnvironment &extra = QProcessEnvironment(), const QString &program = {})
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("HOME"), home.paths.home);
@@ -31,8 +37,7 @@ inline void startKorvanectl(QProcess &process, const TestHome &home, const QStri
     environment.insert(QStringLiteral("KORVANE_RESOURCES_DIR"), home.paths.resources);
     environment.insert(extra);
     process.setProcessEnvironment(environment);
-    process.start(qEnvironmentVariable("KVN_KORVANECTL", QStringLiteral(KVN_BINARY_DIR "/bin/korvanectl")),
-                  arguments);
+    process.start(program.isEmpty() ? korvanectlProgram() : program, arguments);
 }
 
 inline CliResult runKorvanectl(const TestHome &home, const QStringList &arguments,
