@@ -160,7 +160,7 @@ void printOutcome(CliContext &context, const CheckOutcome &outcome, const AppUpd
         context.out << "The launcher is up to date ("
                     << updates.info().value(BundleInfo::shortVersionKey).toString() << ").\n";
     else
-        context.err << "korvanectl: the update check was " << outcome.result << ": " << outcome.detail << '\n';
+        context.err << "korvanectl: the update check " << (outcome.result == "refused"_L1 ? "was refused" : "failed") << ": " << outcome.detail << '\n';
     if (const auto backup = updates.backupForSession())
         context.out << "Rollback copy: " << *backup << '\n';
 }
@@ -223,8 +223,11 @@ int installNow(CliContext &context, const QStringList &arguments)
                          finished = true;
                          loop.quit();
                      });
-    QObject::connect(&session.updates, &AppUpdates::phaseChanged, &loop,
-                     [&] { context.out << session.updates.phase().text() << '\n' << Qt::flush; });
+    // The steps as they come; the end is said below, in words that fit an installation.
+    QObject::connect(&session.updates, &AppUpdates::phaseChanged, &loop, [&] {
+        if (session.updates.phase().key != "center.complete"_L1 && session.updates.phase().key != "center.failed"_L1)
+            context.out << session.updates.phase().text() << '\n' << Qt::flush;
+    });
     session.updates.install();
     if (!finished)
         loop.exec();
