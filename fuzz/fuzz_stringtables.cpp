@@ -5,6 +5,7 @@
 #include "preferences/stringtables.h"
 
 #include <QDir>
+#include <QHash>
 
 namespace {
 // The format's writer: every character that the quoted form cannot carry as it is escaped.
@@ -73,12 +74,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray bytes = FuzzSupport::bytes(data, size);
     const std::optional<QHash<QString, QString>> table = StringTables::parse(QString::fromUtf8(bytes));
 
-    FuzzSupport::writeFile(tableFolder() + QStringLiteral("/xx.lproj/Localizable.strings"), bytes);
-    const StringTables loaded = StringTables::load(tableFolder());
-    FUZZ_CHECK(loaded.hasLanguage(QStringLiteral("xx")) == table.has_value());
+    // The loader's round through a file for one input in eight (chosen by content, so a run
+    // reproduces): it costs far more than the parse.
+    if (qHash(bytes, 0) % 8 == 0) {
+        FuzzSupport::writeFile(tableFolder() + QStringLiteral("/xx.lproj/Localizable.strings"), bytes);
+        const StringTables loaded = StringTables::load(tableFolder());
+        FUZZ_CHECK(loaded.hasLanguage(QStringLiteral("xx")) == table.has_value());
+        if (table)
+            FUZZ_CHECK(loaded.table(QStringLiteral("xx")) == *table);
+    }
     if (!table)
         return 0;
-    FUZZ_CHECK(loaded.table(QStringLiteral("xx")) == *table);
     for (const bool escapeEverything : {false, true})
         FUZZ_CHECK(StringTables::parse(written(*table, escapeEverything)) == table);
     return 0;

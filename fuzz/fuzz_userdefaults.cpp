@@ -1,5 +1,5 @@
 // The user-defaults document: the values the store reads from a file survive the store's own
-// write and a fresh read unchanged; a damaged document is kept aside byte for byte before it
+// write (of one more value) and a fresh read unchanged; a damaged document is kept aside byte for byte before it
 // is replaced; a file one byte over the cap counts as damaged.
 #include "fuzzcheck.h"
 
@@ -99,15 +99,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     QVariantMap expected = original;
     expected.insert(QStringLiteral("fuzz.marker"), QStringLiteral("written"));
     FUZZ_CHECK(same(everything(reread), expected));
-
-    // A second store that copies every value writes a document that reads the same again.
-    const QString copyPath = path + QStringLiteral(".copy");
-    QFile::remove(copyPath);
-    {
-        JsonUserDefaults copy(copyPath);
-        for (auto it = original.cbegin(); it != original.cend(); ++it)
-            copy.setObject(it.key(), it.value());
-    }
-    FUZZ_CHECK(same(everything(JsonUserDefaults(copyPath)), original));
     return 0;
 }
