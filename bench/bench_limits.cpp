@@ -212,7 +212,7 @@ int main(int argc, char **argv)
         if (name == "start-up")
             continue;
         peaks[name] = peakOfChild(name, data.path());
-        std::printf("peak %-30s %7.1f MiB, %5.2f x start-up (+%.1f MiB)\n", (name + ':').c_str(),
+        std::printf("peak %-36s %7.1f MiB, %5.2f x start-up (+%.1f MiB)\n", (name + ':').c_str(),
                     peaks[name] / 1024.0, double(peaks[name]) / baseline, (peaks[name] - baseline) / 1024.0);
     }
 
