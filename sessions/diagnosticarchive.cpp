@@ -13,7 +13,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -79,12 +82,30 @@ void writeZip(const QString &zipPath, const QByteArray &report)
         abandon(zipPath);
 }
 
+
+const QString workingPrefix = u"Korvane-Diagnostics-"_s;
+
+// A save that was killed never ran its removal: its working folder, which holds a copy of the
+// report, stays behind. The folder names its process, so a later save removes the folders of
+// processes that are gone and leaves those of saves still running elsewhere.
+void removeAbandonedWorkingFolders(const QString &temporaryDirectory)
+{
+    const QStringList names = QDir(temporaryDirectory).entryList({workingPrefix + u"*"_s}, QDir::Dirs | QDir::Hidden);
+    for (const QString &name : names) {
+        bool numeric = false;
+        const qint64 pid = QStringView(name).mid(workingPrefix.size()).split(u'-').value(0).toLongLong(&numeric);
+        if (numeric && pid > 0 && pid <= std::numeric_limits<pid_t>::max() && ::kill(pid_t(pid), 0) != 0 && errno == ESRCH)
+            QDir(QDir(temporaryDirectory).filePath(name)).removeRecursively();
+    }
+}
+
 } // namespace
 
 void DiagnosticArchive::save(const QString &report, const QString &destination, const QString &temporaryDirectory)
 {
+    removeAbandonedWorkingFolders(temporaryDirectory);
     const QString workingPath = QDir(temporaryDirectory).filePath(
-        u"Korvane-Diagnostics-"_s + RecordCoding::uuidText(QUuid::createUuid()));
+        workingPrefix + QString::number(::getpid()) + u'-' + RecordCoding::uuidText(QUuid::createUuid()));
     // mkdir, not mkpath: a missing temporary directory is an error, not something to create.
     if (::mkdir(QFile::encodeName(workingPath).constData(), 0700) != 0)
         fail(workingPath + u": "_s + QString::fromLocal8Bit(std::strerror(errno)));

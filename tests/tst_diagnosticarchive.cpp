@@ -139,6 +139,42 @@ private Q_SLOTS:
         QVERIFY(kept.open(QIODevice::ReadOnly));
         QCOMPARE(kept.readAll(), QByteArray("untouched"));
     }
+
+    // A save killed half-way leaves its working folder; the next save removes it, but not the
+    // folder of a save still running in another process, nor folders that are not ours.
+    void leftoversOfKilledSavesAreRemoved_data()
+    {
+        QTest::addColumn<QString>("owner"); // "gone", "running" or a literal name suffix
+        QTest::addColumn<bool>("removed");
+        QTest::newRow("process gone") << u"gone"_s << true;
+        QTest::newRow("process running") << u"running"_s << false;
+        QTest::newRow("not a process id") << u"x-not-a-save"_s << false;
+    }
+    void leftoversOfKilledSavesAreRemoved()
+    {
+        QFETCH(QString, owner);
+        QFETCH(bool, removed);
+        QString suffix = owner;
+        if (owner == u"gone") {
+            QProcess finished;
+            finished.start(u"/bin/true"_s);
+            QVERIFY(finished.waitForStarted());
+            suffix = QString::number(finished.processId());
+            QVERIFY(finished.waitForFinished());
+        } else if (owner == u"running") {
+            suffix = QString::number(QCoreApplication::applicationPid());
+        }
+        const QString leftover = m_temporary + u"/Korvane-Diagnostics-"_s + suffix + u"-0F0E0D0C-0B0A-0908-0706-050403020100"_s;
+        QVERIFY(QDir().mkpath(leftover + u"/Diagnostics"_s));
+        QFile report(leftover + u"/Diagnostics/report.txt"_s);
+        QVERIFY(report.open(QIODevice::WriteOnly) && report.write("private") > 0);
+        report.close();
+
+        DiagnosticArchive::save(u"report"_s, m_dir.filePath(u"next.zip"_s), m_temporary);
+
+        QCOMPARE(!QFileInfo::exists(leftover), removed);
+        QCOMPARE(leftovers().size(), removed ? 0 : 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestDiagnosticArchive)
