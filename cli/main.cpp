@@ -1,5 +1,6 @@
 #include "cli/context.h"
 
+#include "core/demosandbox.h"
 #include "platform/bundleinfo.h"
 #include "preferences/l10n.h"
 
@@ -40,7 +41,8 @@ const CommandEntry commands[] = {
 
 void printUsage(QTextStream &stream)
 {
-    stream << "usage: korvanectl COMMAND [OPTIONS] | --version | --help\n\ncommands:\n";
+    stream << "usage: korvanectl [--demo] COMMAND [OPTIONS] | --version | --help\n\n"
+              "  --demo  runs the command on a throwaway home with the simulated CrossOver\n\ncommands:\n";
     for (const CommandEntry &command : commands)
         stream << "  korvanectl " << command.usage << '\n';
     stream.flush();
@@ -101,6 +103,20 @@ int main(int argc, char *argv[])
     if (arguments.first() == "--version"_L1) {
         out << "korvanectl " << BundleInfo::versionText(BundleInfo::main()) << '\n';
         return 0;
+    }
+
+    if (arguments.first() == "--demo"_L1) {
+        arguments.removeFirst();
+        QString error;
+        if (!DemoSandbox::prepare(DemoSandbox::simulatorBeside(QCoreApplication::applicationDirPath()),
+                                  Paths::system().resources, &error)) {
+            err << "korvanectl: no demo: " << error << '\n';
+            return 1;
+        }
+        if (arguments.isEmpty()) {
+            printUsage(err);
+            return 2;
+        }
     }
 
     const QString name = arguments.takeFirst();
