@@ -17,7 +17,7 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     : QWidget(parent), m_model(model), m_heading(new QLabel(this)), m_subtitle(new QLabel(this)),
       m_gameName(new QLabel(this)), m_multiplayer(new QLabel(this)), m_status(new QLabel(this)),
       m_readiness(new QLabel(this)), m_launch(new QPushButton(this)), m_settings(new QPushButton(this)),
-      m_steam(new QPushButton(this)), m_badge(new CompatibilityBadge(this)), m_strip(new QHBoxLayout),
+      m_steam(new QPushButton(this)), m_badge(new CompatibilityBadge(this)), m_strip(new QGridLayout),
       m_details(new QPushButton(this)), m_assistance(new AssistanceCard(this)), m_extra(new QVBoxLayout),
       m_note(new QLabel(this))
 {
@@ -60,12 +60,13 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     panelLayout->setColumnStretch(0, 1);
     layout->addWidget(panel);
 
+    // Three badges a row, so the strip fits the narrow window too.
     m_strip->setSpacing(6);
     auto *stripRow = new QHBoxLayout;
     stripRow->addLayout(m_strip);
     stripRow->addStretch();
-    stripRow->addWidget(m_details);
     layout->addLayout(stripRow);
+    layout->addWidget(m_details, 0, Qt::AlignLeft);
     layout->addWidget(m_assistance);
     layout->addLayout(m_extra);
     m_note->setWordWrap(true);
@@ -113,7 +114,7 @@ void GamesPage::refreshStrip()
     const QList<EnvironmentCheck> checks = m_model.checks();
     while (m_stripBadges.size() < checks.size()) {
         auto *badge = new QLabel(this);
-        m_strip->addWidget(badge);
+        m_strip->addWidget(badge, int(m_stripBadges.size() / 3), int(m_stripBadges.size() % 3));
         m_stripBadges.append(badge);
     }
     for (qsizetype index = 0; index < m_stripBadges.size(); ++index) {

@@ -9,7 +9,7 @@
 
 class QLabel;
 class QPushButton;
-class QHBoxLayout;
+class QGridLayout;
 class QVBoxLayout;
 class AssistanceCard;
 class CompatibilityBadge;
@@ -53,7 +53,7 @@ private:
     QPushButton *m_settings;
     QPushButton *m_steam;
     CompatibilityBadge *m_badge;
-    QHBoxLayout *m_strip;
+    QGridLayout *m_strip;
     QList<QLabel *> m_stripBadges;
     QPushButton *m_details;
     AssistanceCard *m_assistance;
