@@ -32,7 +32,7 @@ CheckFixRow::CheckFixRow(LauncherModel &model, LaunchIssue requirement, QWidget 
     m_detail->setWordWrap(true);
     m_advice = new QLabel(this);
     m_advice->setWordWrap(true);
-    m_advice->setStyleSheet(u"color: palette(mid)"_s);
+    m_advice->setStyleSheet(u"color: #5f6368"_s);
     texts->addWidget(m_title);
     texts->addWidget(m_detail);
     texts->addWidget(m_advice);

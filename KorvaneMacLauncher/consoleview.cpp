@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollBar>
 #include <QTextCursor>
 #include <QVBoxLayout>
@@ -20,9 +21,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 // Progress bars redraw a line with a bare carriage return; in the view each state is a line.
+// The terminal turns the client's "\r\n" into "\r\r\n", which is still one line end.
 QString displayed(QString text)
 {
-    text.replace(u"\r\n"_s, u"\n"_s);
+    static const QRegularExpression lineEnd(u"\r+\n"_s);
+    text.replace(lineEnd, u"\n"_s);
     text.replace(u'\r', u'\n');
     return text;
 }
@@ -126,7 +129,14 @@ void ConsoleView::flush()
     }
     if (m_pending.isEmpty())
         return;
-    const QString text = displayed(std::exchange(m_pending, QString()));
+    // Carriage returns at the end may belong to a line end still on its way.
+    qsizetype cut = m_pending.size();
+    while (cut > 0 && m_pending.at(cut - 1) == u'\r')
+        --cut;
+    if (cut == 0)
+        return;
+    const QString text = displayed(m_pending.left(cut));
+    m_pending.remove(0, cut);
     QTextCursor end(m_log->document());
     end.movePosition(QTextCursor::End);
     end.insertText(text);

@@ -94,7 +94,7 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     m_running->setStyleSheet(u"color: #2e9d57; font-weight: 700"_s);
     m_running->setWordWrap(true);
     side->addWidget(m_running);
-    m_version->setStyleSheet(u"color: palette(mid)"_s);
+    m_version->setStyleSheet(u"color: #5f6368"_s);
     side->addWidget(m_version);
     layout->addWidget(sidebar);
 

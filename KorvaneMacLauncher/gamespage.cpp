@@ -41,7 +41,7 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     panel->setStyleSheet(u"QFrame#launchPanel { border: 1px solid palette(mid); border-radius: 10px }"_s);
     auto *panelLayout = new QGridLayout(panel);
     m_gameName->setStyleSheet(u"font-size: 18px; font-weight: 800; letter-spacing: 1px"_s);
-    m_multiplayer->setStyleSheet(u"color: palette(mid)"_s);
+    m_multiplayer->setStyleSheet(u"color: #5f6368"_s);
     m_status->setStyleSheet(u"font-weight: 600"_s);
     m_readiness->setWordWrap(true);
     auto *texts = new QVBoxLayout;
@@ -70,7 +70,7 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     layout->addWidget(m_assistance);
     layout->addLayout(m_extra);
     m_note->setWordWrap(true);
-    m_note->setStyleSheet(u"color: palette(mid)"_s);
+    m_note->setStyleSheet(u"color: #5f6368"_s);
     layout->addWidget(m_note);
     layout->addStretch();
 

@@ -20,7 +20,7 @@
 using namespace Qt::StringLiterals;
 
 SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWidget *parent)
-    : QWidget(parent), m_model(model), m_language(language), m_subtitle(new QLabel(this)),
+    : QWidget(parent), m_model(model), m_language(language), m_heading(new QLabel(this)), m_subtitle(new QLabel(this)),
       m_languageBox(new QGroupBox(this)), m_languagePicker(new QComboBox(this)), m_languageNote(new QLabel(this)),
       m_gameBox(new QGroupBox(this)), m_gameLabel(new QLabel(this)), m_game(new QComboBox(this)),
       m_bottleLabel(new QLabel(this)), m_bottleNote(new QLabel(this)), m_bottle(new QComboBox(this)),
@@ -32,7 +32,9 @@ SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWi
       m_dataFolder(new QPushButton(this)), m_assistance(new AssistanceCard(this)), m_extra(new QVBoxLayout)
 {
     auto *layout = new QVBoxLayout(this);
+    m_heading->setStyleSheet(u"font-size: 22px; font-weight: 700"_s);
     m_subtitle->setWordWrap(true);
+    layout->addWidget(m_heading);
     layout->addWidget(m_subtitle);
     layout->addWidget(m_assistance);
 
@@ -156,6 +158,7 @@ void SettingsPage::refresh()
 
 void SettingsPage::retranslate()
 {
+    m_heading->setText(L("page.settings"));
     m_subtitle->setText(L("Nyelv, játék és CrossOver-beállítások."));
     m_languageBox->setTitle(L("Alkalmazás nyelve"));
     m_languageNote->setText(L("A nyelvváltás azonnali; a választást megjegyezzük.") + u'\n'
@@ -172,7 +175,7 @@ void SettingsPage::retranslate()
     m_checkBox->setTitle(L("Rendszerellenőrzés"));
     m_recheck->setText(L("Újraellenőrzés"));
     m_microphoneBox->setTitle(L("Mikrofonengedély"));
-    m_windowBox->setTitle(L("page.settings"));
+    m_windowBox->setTitle(L("window.behaviour"));
     m_hide->setText(L("mac.hide"));
     m_restore->setText(L("mac.restore"));
     m_dataBox->setTitle(L("Alkalmazásadatok"));

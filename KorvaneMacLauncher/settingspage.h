@@ -37,6 +37,7 @@ private:
     LauncherModel &m_model;
     LanguageSettings &m_language;
     bool m_filling = false;
+    QLabel *m_heading;
     QLabel *m_subtitle;
     QGroupBox *m_languageBox;
     QComboBox *m_languagePicker;
