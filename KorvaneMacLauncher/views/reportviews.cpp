@@ -2,6 +2,7 @@
 
 #include "KorvaneMacLauncher/views/viewkit.h"
 #include "platform/filepanels.h"
+#include "platform/recordcoding.h"
 #include "preferences/languagesettings.h"
 #include "sessions/reportdelivery.h"
 #include "sessions/sessionactivity.h"
@@ -100,7 +101,7 @@ void FailureReportView::send()
     m_busy = true;
     m_result.reset();
     refresh();
-    const QString id = m_report.id.toString(QUuid::WithoutBraces);
+    const QString id = RecordCoding::uuidText(m_report.id);
     auto *watcher = new QFutureWatcher<void>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, id] {
         watcher->deleteLater();
