@@ -157,7 +157,6 @@ ActivityPanel::ActivityPanel(SessionActivity &activity, LanguageSettings &langua
     m_current = ViewKit::label();
     m_latest = ViewKit::label();
     m_empty = ViewKit::label(Role::caption);
-    m_historyTitle = ViewKit::label(Role::heading);
     m_history = new QVBoxLayout;
     m_keepHistory = new QCheckBox;
     m_privacy = ViewKit::label(Role::caption);
@@ -166,10 +165,9 @@ ActivityPanel::ActivityPanel(SessionActivity &activity, LanguageSettings &langua
     m_clear = new QPushButton;
     for (QWidget *widget : {static_cast<QWidget *>(m_title), static_cast<QWidget *>(m_summary),
                             static_cast<QWidget *>(m_current), static_cast<QWidget *>(m_latest),
-                            static_cast<QWidget *>(m_empty), static_cast<QWidget *>(m_historyTitle)})
+                            static_cast<QWidget *>(m_empty), static_cast<QWidget *>(m_keepHistory)})
         layout->addWidget(widget);
     layout->addLayout(m_history);
-    layout->addWidget(m_keepHistory);
     layout->addWidget(m_privacy);
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(m_capture);
@@ -242,11 +240,10 @@ void ActivityPanel::refresh()
     const QList<PlaySession> history = m_activity.keepHistory() ? m_activity.history() : QList<PlaySession>{};
     m_empty->setText(L("activity.empty"));
     m_empty->setVisible(!current && !latest && history.isEmpty());
-    m_historyTitle->setText(L("activity.history"));
-    m_historyTitle->setVisible(!history.isEmpty());
     clear(m_history);
     for (const PlaySession &session : history) {
         auto *line = ViewKit::label(Role::caption);
+        line->setObjectName(u"session"_s);
         line->setText(QLocale(L10n::currentLanguage().rawValue()).toString(session.started.toLocalTime(), QLocale::ShortFormat)
                       + u"  "_s + describe(session, now));
         m_history->addWidget(line);

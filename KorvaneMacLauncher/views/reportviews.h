@@ -88,7 +88,7 @@ private:
     ReportDestination m_destination;
     QPointer<QDialog> m_sheet;
 
-    QLabel *m_title, *m_summary, *m_current, *m_latest, *m_historyTitle, *m_empty, *m_privacy;
+    QLabel *m_title, *m_summary, *m_current, *m_latest, *m_empty, *m_privacy;
     QVBoxLayout *m_history;
     QCheckBox *m_keepHistory;
     QPushButton *m_capture, *m_last, *m_clear;

@@ -83,6 +83,8 @@ void UpdateCenterView::loadNotes()
     clear(m_notesLines);
     for (const ReleaseNotesText::Line &line : ReleaseNotesText::lines(m_notes)) {
         using Kind = ReleaseNotesText::Line::Kind;
+        if (line.kind == Kind::plain && line.text.trimmed().isEmpty())
+            continue; // the layout's spacing separates the sections
         auto *label = ViewKit::label(line.kind == Kind::title      ? Role::heading
                                      : line.kind == Kind::headline ? Role::heading
                                                                    : Role::body);
