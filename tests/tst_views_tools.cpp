@@ -6,6 +6,8 @@
 #include "platform/bundleinfo.h"
 #include "platform/recordcoding.h"
 #include "preferences/languagesettings.h"
+#include "servers/serverlistmodel.h"
+#include "sessions/diagnosticsmodel.h"
 #include "support/httpsserver.h"
 #include "support/launcherrig.h"
 #include "updates/appupdates.h"
@@ -178,6 +180,41 @@ private Q_SLOTS:
         QCOMPARE(rig.launcher.panels.saveRequests(), QStringList{u"Korvane-Failure.zip|zip"_s});
         QVERIFY(QFile::exists(zip));
         QCOMPARE(view.result()->key, u"diagnostics.saved"_s);
+    }
+
+    void diagnosticsPreparedWhenShown()
+    {
+        Rig rig;
+        LauncherModel &model = rig.start();
+        DiagnosticsView view(model, rig.language, rig.launcher.panels, &rig.launcher.desktop,
+                             rig.launcher.home.paths.temporary);
+        QSignalSpy closed(&view, &DiagnosticsView::closeRequested);
+        QVERIFY(view.diagnostics().preview().isEmpty());
+        QVERIFY(!button(view, L("diagnostics.save"))->isEnabled());
+        view.show();
+        QTRY_VERIFY_WITH_TIMEOUT(!view.diagnostics().preview().isEmpty(), 20'000);
+        QCOMPARE(view.findChild<QPlainTextEdit *>()->toPlainText(), view.diagnostics().preview());
+        QTRY_VERIFY(button(view, L("diagnostics.save"))->isEnabled());
+        QTest::mouseClick(button(view, L("diagnostics.save")), Qt::LeftButton);
+        QCOMPARE(rig.launcher.panels.saveRequests(), QStringList{u"Korvane-Diagnostics.zip|zip"_s});
+        QTest::mouseClick(button(view, L("tools.close")), Qt::LeftButton);
+        QCOMPARE(closed.size(), 1);
+    }
+
+    void transferExportsAndWaitsForIdle()
+    {
+        Rig rig;
+        LauncherModel &model = rig.start();
+        ServerListModel servers(*rig.launcher.home.defaults, rig.launcher.clock, LauncherRig::service());
+        SettingsTransferView view(model, rig.language, servers, rig.confirmation, rig.launcher.panels);
+        const QString file = rig.launcher.home.root() + u"/Korvane-Settings.json"_s;
+        rig.launcher.panels.answers = {file};
+        QTest::mouseClick(button(view, L("transfer.export")), Qt::LeftButton);
+        QVERIFY(QFile::exists(file));
+        QVERIFY(shows(view, L("transfer.saved")));
+        model.setIsRunning(true);
+        QVERIFY(!button(view, L("transfer.import"))->isEnabled());
+        QVERIFY(!button(view, L("transfer.export"))->isEnabled());
     }
 
     void betaNeedsConfirmation_data()
