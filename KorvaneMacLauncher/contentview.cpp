@@ -5,6 +5,12 @@
 #include "KorvaneMacLauncher/gamespage.h"
 #include "KorvaneMacLauncher/gameviews.h"
 #include "KorvaneMacLauncher/settingspage.h"
+#include "KorvaneMacLauncher/views/microphoneonboarding.h"
+#include "KorvaneMacLauncher/views/serverviews.h"
+#include "KorvaneMacLauncher/views/setupsupportview.h"
+#include "KorvaneMacLauncher/views/setupwizard.h"
+#include "KorvaneMacLauncher/views/toolviews.h"
+#include "KorvaneMacLauncher/views/updateviews.h"
 #include "core/launchermodel.h"
 #include "games/gameprofile.h"
 #include "platform/microphone.h"
@@ -64,7 +70,8 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
       m_pageButtons(new QButtonGroup(this)), m_appName(new QLabel(this)), m_running(new QLabel(this)),
       m_version(new QLabel(this)), m_banner(new QLabel(this)), m_demoButton(new QPushButton(this)),
       m_stack(new QStackedWidget(this)), m_games(new GamesPage(model)), m_settings(new SettingsPage(model, language)),
-      m_console(new ConsoleView(model)), m_serversPage(new QWidget), m_updatesPage(new QWidget),
+      m_console(new ConsoleView(model)), m_serversPage(new ServersView(servers, model, language)),
+      m_updatesPage(new QWidget),
       m_settingsCommand(new QAction(this))
 {
     resize(1120, 820);
@@ -113,6 +120,27 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
         m_stack->addWidget(page == m_console ? page : scrolling(page));
     main->addWidget(m_stack, 1);
     layout->addLayout(main, 1);
+
+    // The other screens, where they belong.
+    auto *favorites = new FavoriteServersView(servers, model, language);
+    m_games->extraArea()->addWidget(favorites);
+    connect(favorites, &FavoriteServersView::openServersRequested, this, [this] { setPage(LauncherPage::servers); });
+    auto *support = new SetupSupportView(model, updates, language);
+    connect(support, &SetupSupportView::setupRequested, this, [this] {
+        if (!m_model.isRunning() && !m_updates.busy())
+            presentSetup();
+    });
+    connect(support, &SetupSupportView::diagnosticsRequested, this, &ContentView::presentDiagnostics);
+    m_settings->extraArea()->addWidget(support);
+    m_settings->extraArea()->addWidget(new GameProfileView(model, preferences, language));
+    m_settings->extraArea()->addWidget(
+        new SettingsTransferView(model, language, servers, services.confirmation, services.panels));
+    m_console->extraArea()->addWidget(new ActivityPanel(model.activity(), language, services.confirmation,
+                                                        services.panels, services.reports));
+    auto *updatesLayout = new QVBoxLayout(m_updatesPage);
+    updatesLayout->addWidget(new UpdateCenterView(updates, language, model.paths().resources));
+    updatesLayout->addWidget(new MaintenanceView(model, updates, language, services.confirmation));
+    updatesLayout->addStretch();
 
     // Keyboard: every page, the launch and the settings command. Qt::CTRL is ⌘ on macOS.
     const int digits[] = {Qt::Key_1, Qt::Key_2, Qt::Key_3, Qt::Key_4, Qt::Key_5};
@@ -284,8 +312,9 @@ void ContentView::presentSetup()
     if (m_setup)
         return;
     m_model.setSetupActive(true);
-    auto *content = new QLabel(L("setup.title"));
-    m_setup = openSheet(content, L("setup.title"));
+    auto *wizard = new SetupWizard(m_model, m_language, m_services.defaults);
+    m_setup = openSheet(wizard, L("setup.title"));
+    connect(wizard, &SetupWizard::closeRequested, m_setup, &QDialog::close);
     connect(m_setup, &QObject::destroyed, this, [this] { m_model.setSetupActive(false); });
 }
 
@@ -293,8 +322,13 @@ void ContentView::presentMicrophoneIntro()
 {
     if (m_microphoneIntro)
         return;
-    auto *content = new QLabel(L("Mikrofonengedély"));
-    m_microphoneIntro = openSheet(content, L("Mikrofonengedély"));
+    auto *intro = new MicrophoneOnboarding(m_language, m_model.microphone());
+    m_microphoneIntro = openSheet(intro, L("Mikrofonengedély"));
+    connect(intro, &MicrophoneOnboarding::finished, m_microphoneIntro, &QDialog::close);
+    connect(intro, &MicrophoneOnboarding::later, m_microphoneIntro, [this] {
+        m_launchAfterPermission = false;
+        m_microphoneIntro->close();
+    });
     connect(m_microphoneIntro, &QObject::destroyed, this, &ContentView::microphoneIntroGone);
 }
 
@@ -310,8 +344,10 @@ void ContentView::presentDiagnostics()
 {
     if (m_diagnostics)
         return;
-    auto *content = new QLabel(L("diagnostics.title"));
-    m_diagnostics = openSheet(content, L("diagnostics.title"));
+    auto *view = new DiagnosticsView(m_model, m_language, m_services.panels, &m_services.desktop,
+                                     m_services.reports.temporaryDirectory);
+    m_diagnostics = openSheet(view, L("diagnostics.title"));
+    connect(view, &DiagnosticsView::closeRequested, m_diagnostics, &QDialog::close);
 }
 
 void ContentView::showPending()

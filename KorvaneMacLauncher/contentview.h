@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneMacLauncher/views/reportviews.h"
 #include "games/gamekind.h"
 
 #include <QDialog>
@@ -47,6 +48,8 @@ public:
         ConfirmationDialog &confirmation;
         // Whether this run is the demo (the window says so) and, when no CrossOver exists, how
         // to start one.
+        // Where failure reports go, and where exports are built.
+        ReportDestination reports{};
         bool demo = false;
         std::function<void()> startDemo{};
     };

@@ -1,6 +1,7 @@
 #include "KorvaneMacLauncher/launcherapp.h"
 
 #include "core/demosandbox.h"
+#include "platform/bundleinfo.h"
 #include "platform/microphone.h"
 #include "platform/systeminfo.h"
 #include "preferences/l10n.h"
@@ -24,7 +25,10 @@ KorvaneMacLauncherApp::KorvaneMacLauncherApp(bool demo)
     m_updates = std::make_unique<AppUpdates>(AppUpdatesContext::system(*m_defaults, m_clock, m_paths, m_desktop.get()));
     m_servers = std::make_unique<ServerListModel>(*m_defaults, m_clock, ServiceConfiguration::standard());
 
-    ContentView::Services services{*m_defaults, *m_desktop, m_panels, m_confirmation, demo, {}};
+    ContentView::Services services{*m_defaults, *m_desktop, m_panels, m_confirmation,
+                                   ReportDestination{ServiceConfiguration::standard(), BundleInfo::main(),
+                                                     m_paths.temporary},
+                                   demo, {}};
     // Without CrossOver there is nothing to launch; the demo shows what the launcher would do.
     services.startDemo = [] {
         if (QProcess::startDetached(QApplication::applicationFilePath(), {u"--demo"_s}))

@@ -7,7 +7,6 @@
 #include "preferences/l10n.h"
 #include "preferences/languagesettings.h"
 
-#include <QCheckBox>
 #include <QComboBox>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -27,8 +26,7 @@ SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWi
       m_chooseBottle(new QPushButton(this)), m_directoryLabel(new QLabel(this)), m_directory(new QLabel(this)),
       m_chooseDirectory(new QPushButton(this)), m_resetDirectory(new QPushButton(this)), m_compatNote(new QLabel(this)),
       m_checkBox(new QGroupBox(this)), m_checklist(new QWidget(this)), m_recheck(new QPushButton(this)),
-      m_microphoneBox(new QGroupBox(this)), m_microphone(new QLabel(this)), m_windowBox(new QGroupBox(this)),
-      m_hide(new QCheckBox(this)), m_restore(new QCheckBox(this)), m_dataBox(new QGroupBox(this)),
+      m_microphoneBox(new QGroupBox(this)), m_microphone(new QLabel(this)), m_dataBox(new QGroupBox(this)),
       m_dataFolder(new QPushButton(this)), m_assistance(new AssistanceCard(this)), m_extra(new QVBoxLayout)
 {
     auto *layout = new QVBoxLayout(this);
@@ -79,11 +77,6 @@ SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWi
     microphoneLayout->addWidget(m_microphone);
     layout->addWidget(m_microphoneBox);
 
-    auto *windowLayout = new QVBoxLayout(m_windowBox);
-    windowLayout->addWidget(m_hide);
-    windowLayout->addWidget(m_restore);
-    layout->addWidget(m_windowBox);
-
     layout->addLayout(m_extra);
 
     auto *dataLayout = new QVBoxLayout(m_dataBox);
@@ -111,11 +104,6 @@ SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWi
         m_model.refreshStatus();
     });
     connect(m_dataFolder, &QPushButton::clicked, &model, &LauncherModel::openDataFolder);
-    WindowPreferences &preferences = model.windowPreferences();
-    m_hide->setChecked(preferences.hideOnLaunch());
-    m_restore->setChecked(preferences.restoreOnExit());
-    connect(m_hide, &QCheckBox::toggled, &preferences, &WindowPreferences::setHideOnLaunch);
-    connect(m_restore, &QCheckBox::toggled, &preferences, &WindowPreferences::setRestoreOnExit);
     connect(m_assistance, &AssistanceCard::diagnosticsRequested, this, &SettingsPage::diagnosticsRequested);
     connect(&model, &LauncherModel::bottlesChanged, this, &SettingsPage::refreshBottles);
     retranslate();
@@ -175,9 +163,6 @@ void SettingsPage::retranslate()
     m_checkBox->setTitle(L("Rendszerellenőrzés"));
     m_recheck->setText(L("Újraellenőrzés"));
     m_microphoneBox->setTitle(L("Mikrofonengedély"));
-    m_windowBox->setTitle(L("window.behaviour"));
-    m_hide->setText(L("mac.hide"));
-    m_restore->setText(L("mac.restore"));
     m_dataBox->setTitle(L("Alkalmazásadatok"));
     m_dataFolder->setText(L("window.openDataFolder"));
     m_languagePicker->setAccessibleName(L("Alkalmazás nyelve"));
@@ -186,7 +171,7 @@ void SettingsPage::retranslate()
     m_chooseBottle->setAccessibleName(L("CrossOver-palack kiválasztása"));
     m_chooseDirectory->setAccessibleName(L("%@ mappájának kiválasztása", m_model.game().rawValue()));
     for (QAbstractButton *button :
-         std::initializer_list<QAbstractButton *>{m_resetDirectory, m_recheck, m_hide, m_restore, m_dataFolder})
+         std::initializer_list<QAbstractButton *>{m_resetDirectory, m_recheck, m_dataFolder})
         button->setAccessibleName(button->text());
     m_assistance->retranslate();
     refresh();

@@ -2,7 +2,6 @@
 
 #include <QWidget>
 
-class QCheckBox;
 class QComboBox;
 class QGroupBox;
 class QLabel;
@@ -13,7 +12,7 @@ class LanguageSettings;
 class LauncherModel;
 
 // The settings page: language, game and bottle, the game folder, the readiness checklist with a
-// fix for every red row, the microphone, the window behaviour and the data folder.
+// fix for every red row, the microphone and the data folder.
 class SettingsPage : public QWidget {
     Q_OBJECT
 
@@ -59,9 +58,6 @@ private:
     QPushButton *m_recheck;
     QGroupBox *m_microphoneBox;
     QLabel *m_microphone;
-    QGroupBox *m_windowBox;
-    QCheckBox *m_hide;
-    QCheckBox *m_restore;
     QGroupBox *m_dataBox;
     QPushButton *m_dataFolder;
     AssistanceCard *m_assistance;
