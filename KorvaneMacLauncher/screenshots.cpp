@@ -3,6 +3,7 @@
 #include "KorvaneMacLauncher/gamespage.h"
 #include "KorvaneMacLauncher/gameviews.h"
 #include "KorvaneMacLauncher/launcherapp.h"
+#include "preferences/l10n.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
@@ -72,9 +73,22 @@ int Screenshots::take(KorvaneMacLauncherApp &app, const QString &directory)
         app.languageSettings().setLanguage(language);
         camera.language = language.rawValue();
         // The first-run sheet opens as the window first appears.
-        Camera::waitFor([&] { return window.showSetup(); }, 2000);
+        Camera::waitFor([&] { return window.showSetup(); }, 1000);
+        // After the first language the wizard is opened as the settings page's support panel does.
+        if (!window.showSetup())
+            window.presentSetup();
         if (QDialog *setup = window.setupSheet()) {
-            camera.shoot(setup, u"sheet-setup"_s);
+            // Every step of the wizard, moving on with its own Next button.
+            for (int step = 1; step <= 4; ++step) {
+                camera.shoot(setup, u"sheet-setup-step%1"_s.arg(step));
+                QPushButton *next = nullptr;
+                for (QPushButton *button : setup->findChildren<QPushButton *>())
+                    if (button->isVisible() && button->text() == L("setup.next"))
+                        next = button;
+                if (!next)
+                    break;
+                next->click();
+            }
             setup->reject();
         }
         Camera::settle(100);
