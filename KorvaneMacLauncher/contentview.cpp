@@ -69,10 +69,7 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
       m_language(language), m_notifications(notifications), m_services(services),
       m_pageButtons(new QButtonGroup(this)), m_appName(new QLabel(this)), m_running(new QLabel(this)),
       m_version(new QLabel(this)), m_banner(new QLabel(this)), m_demoButton(new QPushButton(this)),
-      m_stack(new QStackedWidget(this)), m_games(new GamesPage(model)), m_settings(new SettingsPage(model, language)),
-      m_console(new ConsoleView(model)), m_serversPage(new ServersView(servers, model, language)),
-      m_updatesPage(new QWidget),
-      m_settingsCommand(new QAction(this))
+      m_stack(new QStackedWidget(this)), m_games(new GamesPage(model)), m_settingsCommand(new QAction(this))
 {
     resize(1120, 820);
     setMinimumSize(900, 640);
@@ -115,9 +112,11 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     bannerRow->addWidget(m_banner, 1);
     bannerRow->addWidget(m_demoButton);
     main->addLayout(bannerRow);
-    for (QWidget *page : {static_cast<QWidget *>(m_games), static_cast<QWidget *>(m_settings),
-                          static_cast<QWidget *>(m_console), m_serversPage, m_updatesPage})
-        m_stack->addWidget(page == m_console ? page : scrolling(page));
+    // Only the games page is built before the window first shows; the others follow right after
+    // it, or as soon as someone asks for them, so the window comes up as fast as it can.
+    m_stack->addWidget(scrolling(m_games));
+    for (std::size_t index = 1; index < pages.size(); ++index)
+        m_stack->addWidget(new QWidget);
     main->addWidget(m_stack, 1);
     layout->addLayout(main, 1);
 
@@ -125,23 +124,6 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     auto *favorites = new FavoriteServersView(servers, model, language);
     m_games->extraArea()->addWidget(favorites);
     connect(favorites, &FavoriteServersView::openServersRequested, this, [this] { setPage(LauncherPage::servers); });
-    auto *support = new SetupSupportView(model, updates, language);
-    connect(support, &SetupSupportView::setupRequested, this, [this] {
-        if (!m_model.isRunning() && !m_updates.busy())
-            presentSetup();
-    });
-    connect(support, &SetupSupportView::diagnosticsRequested, this, &ContentView::presentDiagnostics);
-    m_settings->extraArea()->addWidget(support);
-    m_settings->extraArea()->addWidget(new GameProfileView(model, preferences, language));
-    m_settings->extraArea()->addWidget(
-        new SettingsTransferView(model, language, servers, services.confirmation, services.panels));
-    m_console->extraArea()->addWidget(new ActivityPanel(model.activity(), language, services.confirmation,
-                                                        services.panels, services.reports));
-    auto *updatesLayout = new QVBoxLayout(m_updatesPage);
-    updatesLayout->addWidget(new UpdateCenterView(updates, language, model.paths().resources));
-    updatesLayout->addWidget(new MaintenanceView(model, updates, language, services.confirmation));
-    updatesLayout->addStretch();
-
     // Keyboard: every page, the launch and the settings command. Qt::CTRL is ⌘ on macOS.
     const int digits[] = {Qt::Key_1, Qt::Key_2, Qt::Key_3, Qt::Key_4, Qt::Key_5};
     for (std::size_t index = 0; index < pages.size(); ++index) {
@@ -170,9 +152,6 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     connect(m_games, &GamesPage::launchClicked, this, &ContentView::launchButtonClicked);
     connect(m_games, &GamesPage::settingsRequested, this, [this] { setPage(LauncherPage::settings); });
     connect(m_games, &GamesPage::diagnosticsRequested, this, &ContentView::presentDiagnostics);
-    connect(m_settings, &SettingsPage::diagnosticsRequested, this, &ContentView::presentDiagnostics);
-    connect(m_settings->assistance(), &AssistanceCard::settingsRequested, this,
-            [this] { setPage(LauncherPage::settings); });
     connect(m_demoButton, &QPushButton::clicked, this, [this] {
         if (m_services.startDemo)
             m_services.startDemo();
@@ -211,13 +190,89 @@ ContentView::~ContentView()
         }
 }
 
-QWidget *ContentView::pageWidget(LauncherPage page) const
+void ContentView::buildPage(LauncherPage page)
 {
+    QWidget *built = nullptr;
+    switch (page) {
+    case LauncherPage::games: return;
+    case LauncherPage::settings: {
+        if (m_settings)
+            return;
+        m_settings = new SettingsPage(m_model, m_language);
+        auto *support = new SetupSupportView(m_model, m_updates, m_language);
+        connect(support, &SetupSupportView::setupRequested, this, [this] {
+            if (!m_model.isRunning() && !m_updates.busy())
+                presentSetup();
+        });
+        connect(support, &SetupSupportView::diagnosticsRequested, this, &ContentView::presentDiagnostics);
+        m_settings->extraArea()->addWidget(support);
+        m_settings->extraArea()->addWidget(new GameProfileView(m_model, m_preferences, m_language));
+        m_settings->extraArea()->addWidget(new SettingsTransferView(m_model, m_language, m_servers,
+                                                                    m_services.confirmation, m_services.panels));
+        connect(m_settings, &SettingsPage::diagnosticsRequested, this, &ContentView::presentDiagnostics);
+        connect(m_settings->assistance(), &AssistanceCard::settingsRequested, this,
+                [this] { setPage(LauncherPage::settings); });
+        m_settings->refresh();
+        built = scrolling(m_settings);
+        break;
+    }
+    case LauncherPage::console:
+        if (m_console)
+            return;
+        m_console = new ConsoleView(m_model);
+        m_console->extraArea()->addWidget(new ActivityPanel(m_model.activity(), m_language, m_services.confirmation,
+                                                            m_services.panels, m_services.reports));
+        built = m_console;
+        break;
+    case LauncherPage::servers:
+        if (m_serversPage)
+            return;
+        m_serversPage = new ServersView(m_servers, m_model, m_language);
+        built = scrolling(m_serversPage);
+        break;
+    case LauncherPage::updates: {
+        if (m_updatesPage)
+            return;
+        m_updatesPage = new QWidget;
+        auto *layout = new QVBoxLayout(m_updatesPage);
+        layout->addWidget(new UpdateCenterView(m_updates, m_language, m_model.paths().resources));
+        layout->addWidget(new MaintenanceView(m_model, m_updates, m_language, m_services.confirmation));
+        layout->addStretch();
+        built = scrolling(m_updatesPage);
+        break;
+    }
+    }
+    const int index = int(page);
+    QWidget *placeholder = m_stack->widget(index);
+    const bool current = m_stack->currentIndex() == index;
+    m_stack->insertWidget(index, built);
+    m_stack->removeWidget(placeholder);
+    delete placeholder;
+    if (current)
+        m_stack->setCurrentIndex(index);
+}
+
+SettingsPage *ContentView::settingsPage()
+{
+    buildPage(LauncherPage::settings);
+    return m_settings;
+}
+
+ConsoleView *ContentView::consoleView()
+{
+    buildPage(LauncherPage::console);
+    return m_console;
+}
+
+QWidget *ContentView::pageWidget(LauncherPage page)
+{
+    buildPage(page);
     return m_stack->widget(int(page));
 }
 
 void ContentView::setPage(LauncherPage page)
 {
+    buildPage(page);
     m_page = page;
     m_stack->setCurrentIndex(int(page));
     if (QAbstractButton *button = m_pageButtons->button(int(page)))
@@ -233,6 +288,10 @@ void ContentView::showEvent(QShowEvent *event)
     m_model.refreshStatus();
     m_updates.attach(m_model);
     Q_EMIT firstAppeared();
+    QTimer::singleShot(50, this, [this] {
+        for (LauncherPage page : pages)
+            buildPage(page);
+    });
     // The sheets open once the window stands, so they attach to it.
     QTimer::singleShot(0, this, [this] {
         if (m_services.defaults.integer(setupCompletedVersionKey) < 1)
@@ -368,7 +427,8 @@ void ContentView::showPending()
 void ContentView::refresh()
 {
     m_games->refresh([this](GameKind game) { return isInstalled(game); });
-    m_settings->refresh();
+    if (m_settings)
+        m_settings->refresh();
     m_running->setVisible(m_model.isRunning());
 }
 
@@ -394,7 +454,9 @@ void ContentView::retranslate()
     m_demoButton->setText(L("demo.start"));
     m_demoButton->setAccessibleName(m_demoButton->text());
     m_games->retranslate();
-    m_settings->retranslate();
-    m_console->retranslate();
+    if (m_settings)
+        m_settings->retranslate();
+    if (m_console)
+        m_console->retranslate();
     refresh();
 }

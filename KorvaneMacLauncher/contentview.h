@@ -73,9 +73,10 @@ public:
     QDialog *compatibilityPrompt() const { return m_compatibilityPrompt; }
 
     GamesPage *gamesPage() const { return m_games; }
-    SettingsPage *settingsPage() const { return m_settings; }
-    ConsoleView *consoleView() const { return m_console; }
-    QWidget *pageWidget(LauncherPage page) const;
+    // The pages are built when first needed; these build them.
+    SettingsPage *settingsPage();
+    ConsoleView *consoleView();
+    QWidget *pageWidget(LauncherPage page);
     // Every sheet the window can show, for the pictures of the documentation.
     QDialog *microphoneIntroSheet() const { return m_microphoneIntro; }
     QDialog *setupSheet() const { return m_setup; }
@@ -96,6 +97,7 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    void buildPage(LauncherPage page);
     void launchButtonClicked();
     void quickLaunch(const QVariant &game);
     void showPending();
@@ -128,9 +130,9 @@ private:
     QPushButton *m_demoButton;
     QStackedWidget *m_stack;
     GamesPage *m_games;
-    SettingsPage *m_settings;
-    ConsoleView *m_console;
-    QWidget *m_serversPage;
-    QWidget *m_updatesPage;
+    SettingsPage *m_settings = nullptr;
+    ConsoleView *m_console = nullptr;
+    QWidget *m_serversPage = nullptr;
+    QWidget *m_updatesPage = nullptr;
     QAction *m_settingsCommand;
 };

@@ -385,6 +385,8 @@ private Q_SLOTS:
         window.language->setLanguage(language);
         window.model->setIssue(LaunchIssue::steam);
         window.show();
+        for (int page = 0; page < 5; ++page)
+            window.view->pageWidget(LauncherPage(page));
         window.view->presentDiagnostics();
         const StringTables &tables = L10n::installedTables();
         const auto table = tables.table(language.rawValue());
