@@ -69,11 +69,16 @@ int main(int argc, char *argv[])
         }
     }
 
-    KorvaneMacLauncherApp app(demo);
-    if (screenshots)
-        return Screenshots::take(app, *screenshots);
-    app.window().show();
-    const int status = application.exec();
+    int status = 0;
+    {
+        KorvaneMacLauncherApp app(demo);
+        if (screenshots) {
+            status = Screenshots::take(app, *screenshots);
+        } else {
+            app.window().show();
+            status = application.exec();
+        }
+    }
     if (sandbox)
         QDir(sandbox->root).removeRecursively();
     return status;

@@ -5,6 +5,7 @@
 #include "preferences/l10n.h"
 
 #include <QCoreApplication>
+#include <QDir>
 
 #include <cstdio>
 
@@ -105,11 +106,12 @@ int main(int argc, char *argv[])
         return 0;
     }
 
+    std::optional<DemoSandbox::Setup> demo;
     if (arguments.first() == "--demo"_L1) {
         arguments.removeFirst();
         QString error;
-        if (!DemoSandbox::prepare(DemoSandbox::simulatorBeside(QCoreApplication::applicationDirPath()),
-                                  Paths::system().resources, &error)) {
+        if (!(demo = DemoSandbox::prepare(DemoSandbox::simulatorBeside(QCoreApplication::applicationDirPath()),
+                                          Paths::system().resources, &error))) {
             err << "korvanectl: no demo: " << error << '\n';
             return 1;
         }
@@ -129,6 +131,9 @@ int main(int argc, char *argv[])
         const int status = command.run(context, arguments);
         out.flush();
         err.flush();
+        // A demo's home is thrown away with the command that used it.
+        if (demo)
+            QDir(demo->root).removeRecursively();
         return status;
     }
     err << "korvanectl: unknown command \"" << name << "\"\n";
