@@ -77,6 +77,8 @@ public:
     SettingsPage *settingsPage();
     ConsoleView *consoleView();
     QWidget *pageWidget(LauncherPage page);
+    // The settings command (Ctrl+, ; ⌘, on macOS), for the application's menu.
+    QAction *settingsCommand() const { return m_settingsCommand; }
     // Every sheet the window can show, for the pictures of the documentation.
     QDialog *microphoneIntroSheet() const { return m_microphoneIntro; }
     QDialog *setupSheet() const { return m_setup; }

@@ -7,6 +7,7 @@
 #include "preferences/l10n.h"
 
 #include <QApplication>
+#include <QMenuBar>
 #include <QProcess>
 
 using namespace Qt::StringLiterals;
@@ -36,6 +37,12 @@ KorvaneMacLauncherApp::KorvaneMacLauncherApp(bool demo)
     };
     m_window = std::make_unique<ContentView>(*m_model, *m_updates, *m_servers, m_model->windowPreferences(),
                                              *m_language, m_notifications, services);
+#ifdef Q_OS_MACOS
+    // The menu bar's settings item: Qt moves an action with the preferences role into the
+    // application menu, as "Settings…" with ⌘,.
+    m_menuBar = std::make_unique<QMenuBar>();
+    m_menuBar->addMenu(QString())->addAction(m_window->settingsCommand());
+#endif
     m_panels.setParentWindow(m_window.get());
     m_confirmation.setParentWindow(m_window.get());
     m_delegate->setWindow(m_window.get());

@@ -13,6 +13,8 @@
 #include "servers/serverlistmodel.h"
 #include "updates/appupdates.h"
 
+#include <QMenuBar>
+
 #include <memory>
 
 // The application: the long-lived models, created once for the run, the window services and
@@ -45,4 +47,6 @@ private:
     std::unique_ptr<AppUpdates> m_updates;
     std::unique_ptr<ServerListModel> m_servers;
     std::unique_ptr<ContentView> m_window;
+    // macOS only: the global menu bar, which has no window to belong to.
+    std::unique_ptr<QMenuBar> m_menuBar;
 };

@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QIcon>
 
 #include <cstdio>
 #include <cstring>
@@ -48,7 +49,9 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(u"Korvane Mac Launcher"_s);
     QApplication::setApplicationVersion(BundleInfo::versionText(BundleInfo::main()));
     // Lets a Linux desktop match the window to the installed desktop entry and its icon.
-    QGuiApplication::setDesktopFileName(BundleInfo::main().value(BundleInfo::identifierKey).toString());
+    const QString identifier = BundleInfo::main().value(BundleInfo::identifierKey).toString();
+    QGuiApplication::setDesktopFileName(identifier);
+    QApplication::setWindowIcon(QIcon::fromTheme(identifier));
     // Closing the last window does not quit: the Dock (or the tray) brings it back.
     QApplication::setQuitOnLastWindowClosed(false);
 

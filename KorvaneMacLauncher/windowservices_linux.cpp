@@ -5,6 +5,7 @@
 #include <QList>
 #include <QMenu>
 #include <QPointer>
+#include <QStyle>
 #include <QSystemTrayIcon>
 #include <QWidget>
 
@@ -19,7 +20,11 @@ public:
     {
         if (!QSystemTrayIcon::isSystemTrayAvailable())
             return;
-        m_tray = new QSystemTrayIcon(QApplication::windowIcon(), this);
+        // The installed icon when the desktop's theme has it; a stock icon rather than none.
+        QIcon icon = QApplication::windowIcon();
+        if (icon.isNull())
+            icon = QApplication::style()->standardIcon(QStyle::SP_ComputerIcon);
+        m_tray = new QSystemTrayIcon(icon, this);
         connect(m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
                 Q_EMIT reopenRequested();
