@@ -52,6 +52,7 @@ struct Window {
     FakeConfirmationDialog confirmation;
     std::unique_ptr<LauncherAppDelegate> delegate;
     std::unique_ptr<ContentView> view;
+    int demoStarts = 0;
 
     explicit Window(bool ready = false, int setupCompleted = 1, bool onboardingShown = true)
     {
@@ -69,7 +70,8 @@ struct Window {
         delegate = std::make_unique<LauncherAppDelegate>(services, notifications);
         view = std::make_unique<ContentView>(
             *model, *updates, *servers, model->windowPreferences(), *language, notifications,
-            ContentView::Services{*rig.home.defaults, rig.desktop, rig.panels, confirmation});
+            ContentView::Services{*rig.home.defaults, rig.desktop, rig.panels, confirmation, {}, false,
+                                  [this] { ++demoStarts; }});
         delegate->setWindow(view.get());
         QObject::connect(view.get(), &ContentView::firstAppeared, view.get(),
                          [this] { delegate->setModel(model); });
@@ -239,6 +241,30 @@ private Q_SLOTS:
         const auto failure = window.model->activity().failure();
         QVERIFY(failure);
         QCOMPARE(failure->reason, u"missing_requirement"_s);
+    }
+
+    // Without CrossOver the window says so and offers the demo in one click; with it, neither.
+    void demoOffer_data()
+    {
+        QTest::addColumn<bool>("crossOver");
+        QTest::newRow("no CrossOver") << false;
+        QTest::newRow("CrossOver installed") << true;
+    }
+    void demoOffer()
+    {
+        QFETCH(bool, crossOver);
+        Window window(crossOver);
+        window.show();
+        QPushButton *offer = nullptr;
+        for (QPushButton *button : window.view->findChildren<QPushButton *>())
+            if (button->text() == L("demo.start"))
+                offer = button;
+        QVERIFY(offer);
+        QCOMPARE(offer->isVisible(), !crossOver);
+        if (!crossOver) {
+            QTest::mouseClick(offer, Qt::LeftButton);
+            QCOMPARE(window.demoStarts, 1);
+        }
     }
 
     // An undecided microphone: the introduction instead of a launch; the launch follows only
