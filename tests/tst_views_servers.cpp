@@ -4,6 +4,7 @@
 #include "preferences/languagesettings.h"
 #include "support/httpsserver.h"
 #include "support/launcherrig.h"
+#include "support/viewprobe.h"
 
 #include <QComboBox>
 #include <QJsonArray>
@@ -14,6 +15,7 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace ViewProbe;
 
 namespace {
 
@@ -34,11 +36,6 @@ QStringList rowsOf(QWidget &view)
     return ids;
 }
 
-bool shows(QWidget &view, const QString &text)
-{
-    const auto labels = view.findChildren<QLabel *>();
-    return std::ranges::any_of(labels, [&](QLabel *label) { return label->text().contains(text) && label->isVisibleTo(&view); });
-}
 
 FavoriteButton *star(QWidget &view, qint64 id)
 {
@@ -46,11 +43,6 @@ FavoriteButton *star(QWidget &view, qint64 id)
     return row ? row->findChild<FavoriteButton *>() : nullptr;
 }
 
-void becomeActive()
-{
-    Q_EMIT qApp->applicationStateChanged(Qt::ApplicationInactive);
-    Q_EMIT qApp->applicationStateChanged(Qt::ApplicationActive);
-}
 
 // A launcher, its language and a server list over a local service that lists two ETS2 servers
 // and one ATS server.

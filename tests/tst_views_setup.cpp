@@ -5,6 +5,7 @@
 #include "preferences/languagesettings.h"
 #include "support/bottletree.h"
 #include "support/launcherrig.h"
+#include "support/viewprobe.h"
 #include "updates/appupdates.h"
 
 #include <QApplication>
@@ -14,28 +15,9 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace ViewProbe;
 
 namespace {
-
-QPushButton *button(QWidget &view, const QString &text)
-{
-    for (QPushButton *each : view.findChildren<QPushButton *>())
-        if (each->text() == text && each->isVisibleTo(&view))
-            return each;
-    return nullptr;
-}
-
-bool shows(QWidget &view, const QString &text)
-{
-    const auto labels = view.findChildren<QLabel *>();
-    return std::ranges::any_of(labels, [&](QLabel *label) { return label->text().contains(text) && label->isVisibleTo(&view); });
-}
-
-void becomeActive()
-{
-    Q_EMIT qApp->applicationStateChanged(Qt::ApplicationInactive);
-    Q_EMIT qApp->applicationStateChanged(Qt::ApplicationActive);
-}
 
 // Everything a launch needs, in the rig's sandbox.
 void makeReady(LauncherRig &rig)

@@ -10,6 +10,7 @@
 #include "sessions/diagnosticsmodel.h"
 #include "support/httpsserver.h"
 #include "support/launcherrig.h"
+#include "support/viewprobe.h"
 #include "updates/appupdates.h"
 
 #include <QCheckBox>
@@ -23,22 +24,9 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace ViewProbe;
 
 namespace {
-
-QPushButton *button(QWidget &view, const QString &text)
-{
-    for (QPushButton *each : view.findChildren<QPushButton *>())
-        if (each->text() == text && each->isVisibleTo(&view))
-            return each;
-    return nullptr;
-}
-
-bool shows(QWidget &view, const QString &text)
-{
-    const auto labels = view.findChildren<QLabel *>();
-    return std::ranges::any_of(labels, [&](QLabel *label) { return label->text().contains(text) && label->isVisibleTo(&view); });
-}
 
 // A click on the box itself: only the box and its text take clicks, not the row's whole width.
 void tick(QCheckBox *box)

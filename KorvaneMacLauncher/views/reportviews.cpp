@@ -20,14 +20,6 @@ using ViewKit::Role;
 
 namespace {
 
-void clear(QVBoxLayout *layout)
-{
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-}
-
 QString duration(qint64 seconds)
 {
     return u"%1:%2"_s.arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
@@ -240,7 +232,7 @@ void ActivityPanel::refresh()
     const QList<PlaySession> history = m_activity.keepHistory() ? m_activity.history() : QList<PlaySession>{};
     m_empty->setText(L("activity.empty"));
     m_empty->setVisible(!current && !latest && history.isEmpty());
-    clear(m_history);
+    ViewKit::clear(m_history);
     for (const PlaySession &session : history) {
         auto *line = ViewKit::label(Role::caption);
         line->setObjectName(u"session"_s);

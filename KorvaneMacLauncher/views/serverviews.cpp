@@ -17,14 +17,6 @@ using ViewKit::Role;
 
 namespace {
 
-void clear(QVBoxLayout *layout)
-{
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-}
-
 QString statusText(const ServerListModel &list, const TruckServer &server)
 {
     if (list.isStale())
@@ -178,7 +170,7 @@ void ServersView::rebuild()
     const QList<TruckServer> servers = m_list.servers(m_model.game());
     m_empty->setText(L("servers.empty"));
     m_empty->setVisible(servers.isEmpty() && !m_list.loading());
-    clear(m_rows);
+    ViewKit::clear(m_rows);
     for (const TruckServer &server : servers)
         m_rows->addWidget(serverRow(m_list, server, true));
 }
@@ -217,7 +209,7 @@ void FavoriteServersView::rebuild()
 {
     m_title->setText(L("favorites.title"));
     ViewKit::setText(m_manage, L("favorites.manage"));
-    clear(m_rows);
+    ViewKit::clear(m_rows);
     QList<TruckServer> favorites;
     for (const TruckServer &server : m_list.servers(m_model.game()))
         if (m_list.isFavorite(server.id))

@@ -19,14 +19,6 @@ namespace {
 constexpr int lastStep = 3;
 // The game's row in the readiness checklist.
 constexpr qsizetype gameRow = 3;
-
-void clear(QVBoxLayout *layout)
-{
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-}
 } // namespace
 
 SetupWizard::SetupWizard(LauncherModel &model, LanguageSettings &language, UserDefaults &defaults, QWidget *parent)
@@ -204,7 +196,7 @@ void SetupWizard::readMicrophone()
 
 void SetupWizard::fillChecks(QVBoxLayout *layout, bool markMissingGame)
 {
-    clear(layout);
+    ViewKit::clear(layout);
     const QList<EnvironmentCheck> rows = m_model.checks();
     for (qsizetype index = 0; index < rows.size(); ++index) {
         const EnvironmentCheck &row = rows.at(index);

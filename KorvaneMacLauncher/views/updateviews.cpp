@@ -19,14 +19,6 @@ using ViewKit::Role;
 
 namespace {
 
-void clear(QVBoxLayout *layout)
-{
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        delete item->widget();
-        delete item;
-    }
-}
-
 // Inline markdown of a notes line: **bold** and `code`; everything else stays text.
 QString richLine(const QString &text)
 {
@@ -80,7 +72,7 @@ void UpdateCenterView::loadNotes()
     if (notes == m_notes)
         return;
     m_notes = notes;
-    clear(m_notesLines);
+    ViewKit::clear(m_notesLines);
     for (const ReleaseNotesText::Line &line : ReleaseNotesText::lines(m_notes)) {
         using Kind = ReleaseNotesText::Line::Kind;
         if (line.kind == Kind::plain && line.text.trimmed().isEmpty())

@@ -5,6 +5,7 @@
 
 #include <QAbstractButton>
 #include <QEvent>
+#include <QVBoxLayout>
 #include <QWidget>
 
 using namespace Qt::StringLiterals;
@@ -43,6 +44,14 @@ void setText(QAbstractButton *button, const QString &text)
 {
     button->setText(text);
     button->setAccessibleName(text);
+}
+
+void clear(QVBoxLayout *layout)
+{
+    while (QLayoutItem *item = layout->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
 }
 
 QString checkMark(bool ok)

@@ -9,6 +9,7 @@
 #include <chrono>
 
 class QAbstractButton;
+class QVBoxLayout;
 class QWidget;
 class ServerListModel;
 
@@ -20,6 +21,8 @@ enum class Role { body, heading, title, caption, warning };
 QLabel *label(Role role = Role::body, QWidget *parent = nullptr);
 // Gives `button` its text and the same accessible name, so that a screen reader reads it.
 void setText(QAbstractButton *button, const QString &text);
+// Deletes the rows of a list that is rebuilt from its model.
+void clear(QVBoxLayout *layout);
 // "✓" or "✗" before a readiness row's title.
 QString checkMark(bool ok);
 // A moment shown relative to now ("5 minutes ago"), in the interface language.
