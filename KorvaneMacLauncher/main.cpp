@@ -1,20 +1,17 @@
-#include "KorvaneMacLauncher/mainwindow.h"
-
-#include "core/launchermodel.h"
+#include "KorvaneMacLauncher/launcherapp.h"
+#include "KorvaneMacLauncher/screenshots.h"
+#include "core/demosandbox.h"
 #include "platform/bundleinfo.h"
-#include "platform/clock.h"
-#include "platform/microphone.h"
-#include "platform/paths.h"
-#include "platform/systeminfo.h"
-#include "platform/userdefaults.h"
-#include "preferences/l10n.h"
-#include "preferences/languagesettings.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QIcon>
 
 #include <cstdio>
 #include <cstring>
 #include <optional>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 // Answered before the application object exists: that needs a display, and these need none.
@@ -27,8 +24,9 @@ std::optional<int> answerInformationOption(int argc, char *argv[])
             return 0;
         }
         if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
-            std::printf("usage: korvane-launcher [--version | --help]\n\n"
+            std::printf("usage: korvane-launcher [--demo] [--version | --help]\n\n"
                         "Opens the Korvane Mac Launcher's window; korvanectl is its command-line front end.\n\n"
+                        "  --demo   runs on a throwaway home with a simulated CrossOver, a bottle and both games\n\n"
                         "environment:\n"
                         "  KORVANE_API_URL        the Korvane service's https base URL\n"
                         "  KORVANE_REPORT_URL     the failure-report endpoint\n"
@@ -48,26 +46,43 @@ int main(int argc, char *argv[])
         return *status;
 
     QApplication application(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Korvane Mac Launcher"));
+    QApplication::setApplicationName(u"Korvane Mac Launcher"_s);
     QApplication::setApplicationVersion(BundleInfo::versionText(BundleInfo::main()));
     // Lets a Linux desktop match the window to the installed desktop entry and its icon.
-    QGuiApplication::setDesktopFileName(BundleInfo::main().value(BundleInfo::identifierKey).toString());
-    // Closing the last window does not quit: the Dock icon brings it back.
+    const QString identifier = BundleInfo::main().value(BundleInfo::identifierKey).toString();
+    QGuiApplication::setDesktopFileName(identifier);
+    QApplication::setWindowIcon(QIcon::fromTheme(identifier));
+    // Closing the last window does not quit: the Dock (or the tray) brings it back.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    const auto defaults = UserDefaults::openStandard();
-    const Paths paths = Paths::system();
-    L10n::install(defaults.get(), std::make_shared<const StringTables>(StringTables::load(paths.resources)));
+    QStringList arguments = QApplication::arguments().mid(1);
+    // The pictures of the documentation are taken in the demo: the same bottle on every machine.
+    std::optional<QString> screenshots;
+    if (const qsizetype index = arguments.indexOf(u"--screenshots"_s); index >= 0 && index + 1 < arguments.size())
+        screenshots = QDir(arguments.at(index + 1)).absolutePath();
+    const bool demo = screenshots || arguments.contains(u"--demo"_s);
+    std::optional<DemoSandbox::Setup> sandbox;
+    if (demo) {
+        QString error;
+        sandbox = DemoSandbox::prepare(DemoSandbox::simulatorBeside(QApplication::applicationDirPath()),
+                                       Paths::system().resources, &error);
+        if (!sandbox) {
+            std::fprintf(stderr, "korvane-launcher: no demo: %s\n", qPrintable(error));
+            return 1;
+        }
+    }
 
-    SystemClock clock;
-    LanguageSettings language(*defaults);
-    // The window's panels and desktop services arrive with the real pages; until then the
-    // choose operations do nothing.
-    LauncherModel model(LauncherContext{*defaults, clock, Microphone::system(), SystemFacts::system(), paths,
-                                        CrossOverLocation::system(paths.home),
-                                        ServiceConfiguration::standard()});
-    MainWindow window(model, language);
-    window.show();
-    QObject::connect(&window, &MainWindow::closed, &application, &QApplication::quit);
-    return application.exec();
+    int status = 0;
+    {
+        KorvaneMacLauncherApp app(demo);
+        if (screenshots) {
+            status = Screenshots::take(app, *screenshots);
+        } else {
+            app.window().show();
+            status = application.exec();
+        }
+    }
+    if (sandbox)
+        QDir(sandbox->root).removeRecursively();
+    return status;
 }

@@ -1,9 +1,11 @@
 #include "cli/context.h"
 
+#include "core/demosandbox.h"
 #include "platform/bundleinfo.h"
 #include "preferences/l10n.h"
 
 #include <QCoreApplication>
+#include <QDir>
 
 #include <cstdio>
 
@@ -43,7 +45,8 @@ const CommandEntry commands[] = {
 
 void printUsage(QTextStream &stream)
 {
-    stream << "usage: korvanectl COMMAND [OPTIONS] | --version | --help\n\ncommands:\n";
+    stream << "usage: korvanectl [--demo] COMMAND [OPTIONS] | --version | --help\n\n"
+              "  --demo  runs the command on a throwaway home with the simulated CrossOver\n\ncommands:\n";
     for (const CommandEntry &command : commands)
         stream << "  korvanectl " << command.usage << '\n';
     stream.flush();
@@ -106,6 +109,21 @@ int main(int argc, char *argv[])
         return 0;
     }
 
+    std::optional<DemoSandbox::Setup> demo;
+    if (arguments.first() == "--demo"_L1) {
+        arguments.removeFirst();
+        QString error;
+        if (!(demo = DemoSandbox::prepare(DemoSandbox::simulatorBeside(QCoreApplication::applicationDirPath()),
+                                          Paths::system().resources, &error))) {
+            err << "korvanectl: no demo: " << error << '\n';
+            return 1;
+        }
+        if (arguments.isEmpty()) {
+            printUsage(err);
+            return 2;
+        }
+    }
+
     const QString name = arguments.takeFirst();
     for (const CommandEntry &command : commands) {
         if (name != command.name)
@@ -116,6 +134,9 @@ int main(int argc, char *argv[])
         const int status = command.run(context, arguments);
         out.flush();
         err.flush();
+        // A demo's home is thrown away with the command that used it.
+        if (demo)
+            QDir(demo->root).removeRecursively();
         return status;
     }
     err << "korvanectl: unknown command \"" << name << "\"\n";

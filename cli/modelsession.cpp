@@ -1,5 +1,6 @@
 #include "cli/modelsession.h"
 
+#include "core/demosandbox.h"
 #include "platform/microphone.h"
 #include "platform/systeminfo.h"
 
@@ -9,7 +10,9 @@ ModelSession::ModelSession(CliContext &context)
                                                             SystemFacts::system(), context.paths,
                                                             CrossOverLocation::system(context.paths.home),
                                                             ServiceConfiguration::standard(), &panels, nullptr,
-                                                            &sessions});
+                                                            &sessions,
+                                                            DemoSandbox::activeRoot() ? DemoSandbox::timings()
+                                                                                      : LaunchTimings{}});
 }
 
 bool requireBottle(CliContext &context, const LauncherModel &model)
