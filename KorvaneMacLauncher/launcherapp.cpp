@@ -43,6 +43,12 @@ KorvaneMacLauncherApp::KorvaneMacLauncherApp(bool demo)
     m_menuBar = std::make_unique<QMenuBar>();
     m_menuBar->addMenu(QString())->addAction(m_window->settingsCommand());
 #endif
+    // An installed update has replaced the tree this program runs from, and nothing holds the
+    // launcher: the new version starts in its place.
+    QObject::connect(m_updates.get(), &AppUpdates::relaunchRequested, qApp, [] {
+        if (QProcess::startDetached(QApplication::applicationFilePath(), QApplication::arguments().mid(1)))
+            QApplication::quit();
+    });
     m_panels.setParentWindow(m_window.get());
     m_confirmation.setParentWindow(m_window.get());
     m_delegate->setWindow(m_window.get());

@@ -4,6 +4,7 @@
 #include "KorvaneMacLauncher/views/toolviews.h"
 #include "KorvaneMacLauncher/views/updateviews.h"
 #include "platform/bundleinfo.h"
+#include "platform/updaterengine_fake.h"
 #include "platform/recordcoding.h"
 #include "preferences/languagesettings.h"
 #include "servers/serverlistmodel.h"
@@ -234,6 +235,48 @@ private Q_SLOTS:
         QTest::keyClick(channel, Qt::Key_Up);
         QCOMPARE(updates.channel(), UpdateChannel::stable);
         QCOMPARE(rig.confirmation.questions.size(), 1);
+    }
+
+    // A release the Linux updater found waits for the install button; a tree the package
+    // manager installed says where its updates come from instead.
+    void installButtonAndSystemUpdates_data()
+    {
+        QTest::addColumn<bool>("systemManaged");
+        QTest::newRow("own tree") << false;
+        QTest::newRow("package manager") << true;
+    }
+    void installButtonAndSystemUpdates()
+    {
+        QFETCH(bool, systemManaged);
+        Rig rig;
+        LauncherModel &model = rig.start();
+        AppUpdatesContext context{*rig.launcher.home.defaults, rig.launcher.clock,
+                                  {{BundleInfo::feedURLKey, u"https://updates.korvane.example/appcast.xml"_s},
+                                   {BundleInfo::publicEDKeyKey, QString::fromLatin1(QByteArray(32, 'k').toBase64())}}};
+        FakeUpdaterEngine *engine = nullptr;
+        context.engines = [&engine](UpdaterDelegate &delegate, const QVariantMap &) {
+            auto made = std::make_unique<FakeUpdaterEngine>(delegate);
+            engine = made.get();
+            return made;
+        };
+        context.systemManaged = systemManaged;
+        AppUpdates updates(context);
+        updates.attach(model);
+        MaintenanceView view(model, updates, rig.language, rig.confirmation);
+        view.show();
+        QCOMPARE(shows(view, L("update.system")), systemManaged);
+        QCOMPARE(shows(view, L("update.unconfigured")), false);
+        if (systemManaged) {
+            QVERIFY(!engine);
+            return;
+        }
+        const QString install = L("update.install", u"1.1.0"_s);
+        QVERIFY(!button(view, L("update.install", QString())));
+        engine->found = true;
+        updates.didFindValidUpdate(u"1.1.0"_s);
+        QVERIFY(button(view, install));
+        QTest::mouseClick(button(view, install), Qt::LeftButton);
+        QCOMPARE(engine->installs, 1);
     }
 
     void profilePanelEditsAndLocks()

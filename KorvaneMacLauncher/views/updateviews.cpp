@@ -112,6 +112,9 @@ MaintenanceView::MaintenanceView(LauncherModel &model, AppUpdates &updates, Lang
     m_unconfigured = ViewKit::label(Role::warning);
     m_automatic = new QCheckBox;
     m_check = new QPushButton;
+    // Where the updater leaves installing to a request of its own (Linux), a found release waits
+    // for this button; Sparkle asks in its own window.
+    m_install = new QPushButton;
     m_backup = new QPushButton;
     m_backups = new QPushButton;
     m_restoreHelp = ViewKit::label(Role::caption);
@@ -123,6 +126,7 @@ MaintenanceView::MaintenanceView(LauncherModel &model, AppUpdates &updates, Lang
     m_message = ViewKit::label();
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(m_check);
+    buttons->addWidget(m_install);
     buttons->addWidget(m_backup);
     buttons->addWidget(m_backups);
     buttons->addStretch();
@@ -141,11 +145,13 @@ MaintenanceView::MaintenanceView(LauncherModel &model, AppUpdates &updates, Lang
 
     connect(m_automatic, &QCheckBox::toggled, &m_updates, &AppUpdates::setAutomatic);
     connect(m_check, &QPushButton::clicked, &m_updates, &AppUpdates::check);
+    connect(m_install, &QPushButton::clicked, &m_updates, &AppUpdates::install);
     connect(m_backup, &QPushButton::clicked, &m_updates, &AppUpdates::saveBackup);
     connect(m_backups, &QPushButton::clicked, &m_updates, &AppUpdates::openBackups);
     connect(m_channel, &QComboBox::activated, this, &MaintenanceView::chooseChannel);
     for (auto changed : {&AppUpdates::automaticChanged, &AppUpdates::canCheckChanged, &AppUpdates::busyChanged,
-                         &AppUpdates::channelChanged, &AppUpdates::messageChanged})
+                         &AppUpdates::channelChanged, &AppUpdates::messageChanged, &AppUpdates::canInstallChanged,
+                         &AppUpdates::availableVersionChanged})
         connect(&m_updates, changed, this, &MaintenanceView::refresh);
     connect(&m_model, &LauncherModel::isRunningChanged, this, &MaintenanceView::refresh);
     connect(&language, &LanguageSettings::languageChanged, this, &MaintenanceView::refresh);
@@ -171,7 +177,7 @@ void MaintenanceView::refresh()
 {
     m_title->setText(L("update.title"));
     m_explanation->setText(L("update.explanation"));
-    m_unconfigured->setText(L("update.unconfigured"));
+    m_unconfigured->setText(m_updates.systemManaged() ? L("update.system") : L("update.unconfigured"));
     m_unconfigured->setVisible(!m_updates.configured());
     m_automatic->setText(L("update.automatic"));
     m_automatic->setAccessibleName(L("update.automatic"));
@@ -182,6 +188,8 @@ void MaintenanceView::refresh()
     m_automatic->setEnabled(m_updates.configured());
     ViewKit::setText(m_check, L("update.check"));
     m_check->setEnabled(m_updates.canCheck() && !m_updates.busy());
+    ViewKit::setText(m_install, L("update.install", m_updates.availableVersion().value_or(QString())));
+    m_install->setVisible(m_updates.canInstall());
     ViewKit::setText(m_backup, L("update.backup"));
     m_backup->setEnabled(!m_updates.busy());
     ViewKit::setText(m_backups, L("update.backups"));

@@ -57,6 +57,6 @@ private:
     ConfirmationDialog &m_confirmation;
     QLabel *m_title, *m_explanation, *m_unconfigured, *m_restoreHelp, *m_channelTitle, *m_channelHelp, *m_message;
     QCheckBox *m_automatic;
-    QPushButton *m_check, *m_backup, *m_backups;
+    QPushButton *m_check, *m_install, *m_backup, *m_backups;
     QComboBox *m_channel;
 };
