@@ -1,6 +1,7 @@
 // The server list answer: an accepted answer holds only valid servers of the two games, each
 // once, in display order; one byte over the size cap is refused before parsing.
 #include "fuzzcheck.h"
+#include "serviceanswer.h"
 
 #include "platform/jsondecoding.h"
 #include "platform/urlerror.h"
@@ -11,14 +12,7 @@
 namespace {
 std::optional<QList<TruckServer>> parsed(const QByteArray &body, UrlError::Code *refusal = nullptr)
 {
-    try {
-        return ServerResponse::parse(body);
-    } catch (const UrlError &error) {
-        if (refusal)
-            *refusal = error.code();
-    } catch (const DecodingError &) {
-    }
-    return std::nullopt;
+    return decodedAnswer([](const QByteArray &answer) { return ServerResponse::parse(answer); }, body, refusal);
 }
 } // namespace
 

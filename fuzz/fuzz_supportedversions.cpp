@@ -1,6 +1,7 @@
 // The supported-versions answer: an accepted answer carries two valid patterns, and the same
 // two texts sent again are accepted again unchanged; one byte over the cap is refused whole.
 #include "fuzzcheck.h"
+#include "serviceanswer.h"
 
 #include "games/compatibilityservice.h"
 #include "platform/jsondecoding.h"
@@ -12,14 +13,7 @@
 namespace {
 std::optional<SupportedVersions> parsed(const QByteArray &body, UrlError::Code *refusal = nullptr)
 {
-    try {
-        return SupportedVersions::parse(body);
-    } catch (const UrlError &error) {
-        if (refusal)
-            *refusal = error.code();
-    } catch (const DecodingError &) {
-    }
-    return std::nullopt;
+    return decodedAnswer([](const QByteArray &answer) { return SupportedVersions::parse(answer); }, body, refusal);
 }
 } // namespace
 
