@@ -2,6 +2,7 @@
 
 #include "core/launchermodel.h"
 #include "platform/atomicfile.h"
+#include "platform/boundedread.h"
 #include "platform/filepanels.h"
 #include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
@@ -82,7 +83,7 @@ std::optional<LocalizedMessage> SettingsTransferFlow::importSettings()
     if (!file.open(QIODevice::ReadOnly))
         return failed(file.errorString());
     // One byte past the cap is enough to know the file is too large, without reading all of it.
-    const QByteArray data = file.read(SettingsTransfer::maximumSize + 1);
+    const QByteArray data = BoundedRead::upTo(file, SettingsTransfer::maximumSize + 1);
     if (file.error() != QFileDevice::NoError)
         return failed(file.errorString());
     try {

@@ -1,6 +1,7 @@
 #include "crossover/bottleconfiguration.h"
 
 #include "platform/atomicfile.h"
+#include "platform/boundedread.h"
 #include "platform/privatedirectory.h"
 
 #include <QDir>
@@ -27,7 +28,7 @@ QByteArray readBytes(const QString &path)
     if (file.size() > maximumSize)
         fail(path, u"the file is too large (over %1 bytes)"_s.arg(maximumSize));
     // Read one byte past the cap: a file that grows meanwhile is refused, not cut.
-    const QByteArray bytes = file.read(maximumSize + 1);
+    const QByteArray bytes = BoundedRead::upTo(file, maximumSize + 1);
     if (file.error() != QFileDevice::NoError)
         fail(path, file.errorString());
     if (bytes.size() > maximumSize)

@@ -1,6 +1,7 @@
 #include "platform/userdefaults.h"
 
 #include "platform/atomicfile.h"
+#include "platform/boundedread.h"
 #include "platform/privatedirectory.h"
 
 #include <QDir>
@@ -269,7 +270,7 @@ void JsonUserDefaults::reloadIfChanged() const
         m_damaged = true;
         return;
     }
-    const QJsonDocument document = QJsonDocument::fromJson(file.read(maximumFileSize));
+    const QJsonDocument document = QJsonDocument::fromJson(BoundedRead::upTo(file, maximumFileSize));
     if (!document.isObject()) {
         m_damaged = true;
         return;

@@ -1,5 +1,7 @@
 #include "preferences/stringtables.h"
 
+#include "platform/boundedread.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -128,7 +130,7 @@ StringTables StringTables::load(const QString &resourceDirectory)
         QFile file(directory.filePath(folder + u"/Localizable.strings"_s));
         if (file.size() > maximumTableSize || !file.open(QIODevice::ReadOnly))
             continue;
-        const auto entries = parse(QString::fromUtf8(file.read(maximumTableSize)));
+        const auto entries = parse(QString::fromUtf8(BoundedRead::upTo(file, maximumTableSize)));
         if (!entries) {
             qWarning("String table %s is damaged and is not used", qUtf8Printable(file.fileName()));
             continue;

@@ -1,3 +1,4 @@
+#include "platform/boundedread.h"
 #include "platform/bundleinfo.h"
 #include "platform/paths.h"
 #include "platform/privatedirectory.h"
@@ -142,6 +143,38 @@ private Q_SLOTS:
             QCOMPARE(info.value(key).typeId(), QMetaType::QString);
         QVERIFY(!info.value(BundleInfo::shortVersionKey).toString().isEmpty());
         QVERIFY(!info.value(BundleInfo::identifierKey).toString().isEmpty());
+    }
+
+    // Every byte up to the limit from where the device stands, across the reads of a chunk, and
+    // no more than the file holds set aside for a limit far beyond it.
+    void boundedRead_data()
+    {
+        QTest::addColumn<qint64>("size");
+        QTest::addColumn<qint64>("start");
+        QTest::addColumn<qint64>("limit");
+        QTest::newRow("small file, huge limit") << qint64(10) << qint64(0) << qint64(512) * 1024 * 1024;
+        QTest::newRow("exactly the limit") << qint64(100) << qint64(0) << qint64(100);
+        QTest::newRow("one byte over") << qint64(101) << qint64(0) << qint64(100);
+        QTest::newRow("several chunks, cut") << qint64(300'000) << qint64(0) << qint64(200'001);
+        QTest::newRow("from the middle") << qint64(300'000) << qint64(70'000) << qint64(1'000'000);
+        QTest::newRow("empty") << qint64(0) << qint64(0) << qint64(5);
+    }
+    void boundedRead()
+    {
+        QFETCH(qint64, size);
+        QFETCH(qint64, start);
+        QFETCH(qint64, limit);
+        QTemporaryDir directory;
+        QByteArray content(size, Qt::Uninitialized);
+        for (qint64 i = 0; i < size; ++i)
+            content[i] = char('a' + i % 23);
+        QFile file(directory.filePath(QStringLiteral("data")));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        file.write(content);
+        QVERIFY(file.seek(start));
+        const QByteArray read = BoundedRead::upTo(file, limit);
+        QCOMPARE(read, content.mid(start, limit));
+        QVERIFY(read.capacity() <= std::max<qint64>(size - start, 0) + 1);
     }
 
     void versionText_data()

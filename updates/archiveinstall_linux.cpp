@@ -1,5 +1,6 @@
 #include "updates/archiveinstall.h"
 
+#include "platform/boundedread.h"
 #include "updates/ed25519.h"
 #include "updates/treemanifest.h"
 
@@ -225,7 +226,7 @@ QByteArray readArchive(const QString &archivePath, qint64 expectedLength)
     if (expectedLength >= 0 && file.size() != expectedLength)
         fail(Error::wrongLength, u"%1 bytes instead of %2"_s.arg(file.size()).arg(expectedLength));
     // One byte more than allowed shows a file that grew after the size was read.
-    QByteArray data = file.read(ArchiveInstall::maximumArchiveSize + 1);
+    QByteArray data = BoundedRead::upTo(file, ArchiveInstall::maximumArchiveSize + 1);
     if (data.size() > ArchiveInstall::maximumArchiveSize)
         fail(Error::tooLarge, u"%1 bytes"_s.arg(data.size()));
     if (expectedLength >= 0 && data.size() != expectedLength)

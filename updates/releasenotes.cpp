@@ -1,5 +1,6 @@
 #include "updates/releasenotes.h"
 
+#include "platform/boundedread.h"
 #include "preferences/l10n.h"
 
 #include <QFile>
@@ -39,7 +40,7 @@ QString LatestReleaseNotes::load(const QString &resources, AppLanguage language)
 {
     QFile file(resources + u'/' + fileName(language));
     if (!resources.isEmpty() && file.open(QIODevice::ReadOnly) && file.size() <= maximumFileSize) {
-        if (const std::optional<QString> notes = extract(QString::fromUtf8(file.read(maximumFileSize))))
+        if (const std::optional<QString> notes = extract(QString::fromUtf8(BoundedRead::upTo(file, maximumFileSize))))
             return *notes;
     }
     return L("center.notes.unavailable");

@@ -1,6 +1,7 @@
 #include "updates/treemanifest.h"
 
 #include "platform/atomicfile.h"
+#include "platform/boundedread.h"
 #include "updates/ed25519.h"
 
 #include <QCryptographicHash>
@@ -111,7 +112,7 @@ std::optional<QByteArray> readSmallFile(const QString &path, qint64 cap)
     QFile file(path);
     if (QFileInfo(path).isSymLink() || !file.open(QIODevice::ReadOnly) || file.size() > cap)
         return std::nullopt;
-    QByteArray bytes = file.read(cap + 1);
+    QByteArray bytes = BoundedRead::upTo(file, cap + 1);
     if (bytes.size() > cap)
         return std::nullopt;
     return bytes;
