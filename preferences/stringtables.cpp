@@ -6,6 +6,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cctype>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -92,10 +95,12 @@ private:
             case 'u': {
                 if (m_pos + 4 > m_text.size())
                     return std::nullopt;
-                bool ok = false;
-                const ushort code = m_text.sliced(m_pos, 4).toUShort(&ok, 16);
-                if (!ok)
+                // Exactly four hexadecimal digits: toUShort alone would take blanks, a sign or "0x".
+                const QStringView digits = QStringView(m_text).sliced(m_pos, 4);
+                const auto isHexDigit = [](QChar c) { return c.unicode() < 0x80 && std::isxdigit(c.unicode()); };
+                if (!std::all_of(digits.begin(), digits.end(), isHexDigit))
                     return std::nullopt;
+                const ushort code = digits.toUShort(nullptr, 16);
                 result.append(QChar(code));
                 m_pos += 4;
                 break;

@@ -40,6 +40,9 @@ QByteArray ReportDelivery::Payload::encoded() const
 
 ReportDelivery::Receipt ReportDelivery::Receipt::decode(const QByteArray &body)
 {
+    // The delivery stops reading at the cap; a receipt that comes another way is held to it too.
+    if (body.size() > maximumReceiptBytes)
+        throw DecodingError(u"the receipt is longer than %1 bytes"_s.arg(maximumReceiptBytes));
     const QJsonObject object = JsonDecoding::object(body);
     const QJsonValue status = object.value("status"_L1);
     const QJsonValue id = object.value("id"_L1);

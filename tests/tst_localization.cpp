@@ -83,6 +83,9 @@ private Q_SLOTS:
         row("unterminated string", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b;");
         row("unterminated comment", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"b\"; /* ...");
         row("bad escape", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\q\";");
+        row("\\U with a blank", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\U 0e9\";");
+        row("\\U with a sign", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\U+0e9\";");
+        row("\\U with 0x", u"de"_s, u"both"_s, u"Both"_s, "\"a\" = \"\\U0xe9\";");
         row("bare word", u"de"_s, u"both"_s, u"Both"_s, "a = \"b\";");
         row("binary", u"de"_s, u"both"_s, u"Both"_s, QByteArray("\xff\x00\xfe", 3));
     }
