@@ -1,6 +1,6 @@
 #include "KorvaneMacLauncher/settingspage.h"
 
-#include "KorvaneMacLauncher/checkfixrow.h"
+#include "KorvaneMacLauncher/views/checkfixrow.h"
 #include "KorvaneMacLauncher/gameviews.h"
 #include "core/launchermodel.h"
 #include "platform/microphone.h"

@@ -2,7 +2,7 @@
 // it may act, the first-run sheets, the launch button's paths, the fix beside every red
 // checklist row, the console's batching, and the texts of every screen in every language.
 #include "KorvaneMacLauncher/appnotifications.h"
-#include "KorvaneMacLauncher/checkfixrow.h"
+#include "KorvaneMacLauncher/views/checkfixrow.h"
 #include "KorvaneMacLauncher/consoleview.h"
 #include "KorvaneMacLauncher/contentview.h"
 #include "KorvaneMacLauncher/gamespage.h"

@@ -1,4 +1,5 @@
 // The setup assistant, the microphone introduction and the tools panel, driven by clicks.
+#include "KorvaneMacLauncher/views/checkfixrow.h"
 #include "KorvaneMacLauncher/views/microphoneonboarding.h"
 #include "KorvaneMacLauncher/views/setupsupportview.h"
 #include "KorvaneMacLauncher/views/setupwizard.h"
@@ -62,6 +63,22 @@ private Q_SLOTS:
             QTest::mouseClick(button(wizard, L("setup.next")), Qt::LeftButton);
             QCOMPARE(wizard.step(), step);
             QVERIFY(button(wizard, L("setup.back")));
+            if (step == 2)
+                continue;
+            // The checklist steps: every red row with its own fix, a green one with none.
+            QList<CheckFixRow *> rows;
+            for (CheckFixRow *row : wizard.findChildren<CheckFixRow *>())
+                if (row->isVisibleTo(&wizard))
+                    rows.append(row);
+            const QList<EnvironmentCheck> checks = model.checks();
+            QCOMPARE(rows.size(), checks.size());
+            for (qsizetype index = 0; index < rows.size(); ++index)
+                QCOMPARE(rows.at(index)->fixButton()->isVisibleTo(rows.at(index)), !checks.at(index).ok);
+            if (!ready && step == 1) {
+                QTest::mouseClick(rows.at(1)->fixButton(), Qt::LeftButton);
+                QCOMPARE(rig.panels.requests.size(), 1);
+                QCOMPARE(rig.panels.requests.at(0).title, L("CrossOver-palack kiválasztása"));
+            }
         }
         QVERIFY(shows(wizard, u"4 / 4"_s));
         QVERIFY(!button(wizard, L("setup.next")));

@@ -1,5 +1,6 @@
 #include "KorvaneMacLauncher/views/setupwizard.h"
 
+#include "KorvaneMacLauncher/views/checkfixrow.h"
 #include "KorvaneMacLauncher/views/viewkit.h"
 #include "core/launchermodel.h"
 #include "platform/userdefaults.h"
@@ -19,6 +20,15 @@ namespace {
 constexpr int lastStep = 3;
 // The game's row in the readiness checklist.
 constexpr qsizetype gameRow = 3;
+
+// The checklist's rows, each failing one with the button that mends it.
+QWidget *checkList()
+{
+    auto *host = new QWidget;
+    auto *layout = new QVBoxLayout(host);
+    layout->setContentsMargins(0, 0, 0, 0);
+    return host;
+}
 } // namespace
 
 SetupWizard::SetupWizard(LauncherModel &model, LanguageSettings &language, UserDefaults &defaults, QWidget *parent)
@@ -63,7 +73,7 @@ SetupWizard::SetupWizard(LauncherModel &model, LanguageSettings &language, UserD
     auto *detectLayout = new QVBoxLayout(detect);
     m_detect = ViewKit::label(Role::heading);
     m_requirements = ViewKit::label();
-    m_detectedChecks = new QVBoxLayout;
+    m_detectedChecks = checkList();
     auto *bottleRow = new QHBoxLayout;
     m_bottleLabel = ViewKit::label(Role::heading);
     m_bottleState = ViewKit::label();
@@ -73,7 +83,7 @@ SetupWizard::SetupWizard(LauncherModel &model, LanguageSettings &language, UserD
     connect(m_openSteam, &QPushButton::clicked, this, [this] { m_model.openSteam(); });
     detectLayout->addWidget(m_detect);
     detectLayout->addWidget(m_requirements);
-    detectLayout->addLayout(m_detectedChecks);
+    detectLayout->addWidget(m_detectedChecks);
     detectLayout->addLayout(bottleRow);
     detectLayout->addWidget(m_openSteam, 0, Qt::AlignLeft);
     detectLayout->addStretch();
@@ -127,11 +137,11 @@ SetupWizard::SetupWizard(LauncherModel &model, LanguageSettings &language, UserD
     m_summaryTitle = ViewKit::label(Role::heading);
     m_summaryDetail = ViewKit::label();
     m_summaryRequirements = ViewKit::label(Role::caption);
-    m_summaryChecks = new QVBoxLayout;
+    m_summaryChecks = checkList();
     m_summaryGraphics = ViewKit::label(Role::caption);
     summaryLayout->addWidget(m_summaryTitle);
     summaryLayout->addWidget(m_summaryDetail);
-    summaryLayout->addLayout(m_summaryChecks);
+    summaryLayout->addWidget(m_summaryChecks);
     summaryLayout->addWidget(m_summaryRequirements);
     summaryLayout->addWidget(m_summaryGraphics);
     summaryLayout->addStretch();
@@ -194,18 +204,13 @@ void SetupWizard::readMicrophone()
     refresh();
 }
 
-void SetupWizard::fillChecks(QVBoxLayout *layout, bool markMissingGame)
+void SetupWizard::fillChecks(QWidget *host, bool markMissingGame)
 {
-    ViewKit::clear(layout);
-    const QList<EnvironmentCheck> rows = m_model.checks();
-    for (qsizetype index = 0; index < rows.size(); ++index) {
-        const EnvironmentCheck &row = rows.at(index);
-        const QString detail = markMissingGame && index == gameRow && !row.ok ? L("Telepítés szükséges") : row.detail;
-        auto *line = ViewKit::label();
-        line->setText(ViewKit::checkMark(row.ok) + u"  "_s + row.title + u" — "_s + detail);
-        line->setAccessibleName(row.title + u": "_s + detail);
-        layout->addWidget(line);
-    }
+    QList<EnvironmentCheck> rows = m_model.checks();
+    if (markMissingGame && gameRow < rows.size() && !rows.at(gameRow).ok)
+        rows[gameRow].detail = L("Telepítés szükséges");
+    // Each fix re-checks, and the new status refreshes the steps.
+    CheckFixRow::fill(host, m_model, rows);
 }
 
 void SetupWizard::refresh()

@@ -36,7 +36,7 @@ private:
     void primaryAction();
     void readMicrophone();
     void refresh();
-    void fillChecks(QVBoxLayout *layout, bool markMissingGame);
+    void fillChecks(QWidget *host, bool markMissingGame);
 
     LauncherModel &m_model;
     LanguageSettings &m_language;
@@ -52,7 +52,7 @@ private:
     QComboBox *m_languagePicker;
     // Step 1
     QLabel *m_detect, *m_requirements, *m_bottleLabel, *m_bottleState;
-    QVBoxLayout *m_detectedChecks;
+    QWidget *m_detectedChecks;
     QPushButton *m_openSteam;
     // Step 2
     QLabel *m_bottleHelp, *m_gameHelp, *m_bottleTitle, *m_folderTitle, *m_folder;
@@ -60,7 +60,7 @@ private:
     QPushButton *m_chooseBottle, *m_chooseFolder, *m_resetFolder, *m_recheck;
     // Step 3
     QLabel *m_summaryTitle, *m_summaryDetail, *m_summaryRequirements, *m_summaryGraphics;
-    QVBoxLayout *m_summaryChecks;
+    QWidget *m_summaryChecks;
     // Buttons
     QPushButton *m_later, *m_back, *m_primary;
 };

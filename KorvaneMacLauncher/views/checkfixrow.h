@@ -28,8 +28,10 @@ public:
     static LaunchIssue requirementOfRow(qsizetype row);
     QPushButton *fixButton() const { return m_button; }
 
-    // Rebuilds every row of `layoutHost` (a widget with a QVBoxLayout) from the model's checklist.
+    // Rebuilds every row of `layoutHost` (a widget with a QVBoxLayout) from `checks`, the
+    // model's checklist unless the caller words a row its own way.
     static void fill(QWidget *layoutHost, LauncherModel &model);
+    static void fill(QWidget *layoutHost, LauncherModel &model, const QList<EnvironmentCheck> &checks);
 
 Q_SIGNALS:
     // The row's action ran (the caller re-checks).

@@ -1,4 +1,4 @@
-#include "KorvaneMacLauncher/checkfixrow.h"
+#include "KorvaneMacLauncher/views/checkfixrow.h"
 
 #include "core/launchermodel.h"
 #include "preferences/l10n.h"
@@ -117,10 +117,14 @@ void CheckFixRow::apply()
 
 void CheckFixRow::fill(QWidget *layoutHost, LauncherModel &model)
 {
+    fill(layoutHost, model, model.checks());
+}
+
+void CheckFixRow::fill(QWidget *layoutHost, LauncherModel &model, const QList<EnvironmentCheck> &checks)
+{
     auto *layout = qobject_cast<QVBoxLayout *>(layoutHost->layout());
     if (!layout)
         return;
-    const QList<EnvironmentCheck> checks = model.checks();
     QList<CheckFixRow *> rows = layoutHost->findChildren<CheckFixRow *>(Qt::FindDirectChildrenOnly);
     for (qsizetype index = rows.size(); index < checks.size(); ++index) {
         auto *row = new CheckFixRow(model, requirementOfRow(index), layoutHost);
