@@ -15,6 +15,8 @@
 #include <QTextCursor>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -69,8 +71,7 @@ ConsoleView::ConsoleView(LauncherModel &model, QWidget *parent)
     connect(&model.console(), &ConsoleLog::replaced, this, [this] {
         m_pending.clear();
         m_reloadPending = true;
-        if (!m_batch.isActive())
-            m_batch.start();
+        scheduleFlush();
     });
     connect(&model, &LauncherModel::statusChanged, this, [this] { m_status->setText(m_model.statusText()); });
     connect(&model, &LauncherModel::isRunningChanged, this, [this] { m_stop->setEnabled(m_model.isRunning()); });
@@ -117,12 +118,20 @@ void ConsoleView::pieceAppended(const QString &piece)
         m_pending.clear();
         m_reloadPending = true;
     }
-    if (!m_batch.isActive())
-        m_batch.start();
+    scheduleFlush();
+}
+
+void ConsoleView::scheduleFlush()
+{
+    if (m_batch.isActive())
+        return;
+    const qint64 since = m_sinceFlush.isValid() ? m_sinceFlush.elapsed() : 0;
+    m_batch.start(int(std::clamp<qint64>(batchMilliseconds - since, 0, batchMilliseconds)));
 }
 
 void ConsoleView::flush()
 {
+    m_sinceFlush.start();
     if (m_reloadPending) {
         reload();
         return;

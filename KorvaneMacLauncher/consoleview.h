@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QString>
 #include <QTimer>
 #include <QWidget>
@@ -38,6 +39,7 @@ public:
 
 private:
     void pieceAppended(const QString &piece);
+    void scheduleFlush();
     void reload();
     void scrollToEnd();
 
@@ -52,6 +54,9 @@ private:
     QPushButton *m_stop;
     QVBoxLayout *m_extra;
     QTimer m_batch;
+    // Since the last flush began: the next one is due a batch interval after it, whatever the
+    // flush itself took, so a flood repaints at the batch rate rather than the rate plus the work.
+    QElapsedTimer m_sinceFlush;
     QString m_pending;
     bool m_reloadPending = false;
     qsizetype m_shown = 0;

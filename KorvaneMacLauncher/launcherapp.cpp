@@ -16,6 +16,8 @@ KorvaneMacLauncherApp::KorvaneMacLauncherApp(bool demo)
     : m_defaults(UserDefaults::openStandard()), m_paths(Paths::system()), m_services(WindowServices::system()),
       m_desktop(std::make_unique<QtDesktop>(*m_services))
 {
+    // The models write their restored settings back as they start: one save instead of one each.
+    const UserDefaults::Batch startingUp(*m_defaults);
     L10n::install(m_defaults.get(), std::make_shared<const StringTables>(StringTables::load(m_paths.resources)));
     m_delegate = std::make_unique<LauncherAppDelegate>(*m_services, m_notifications);
     m_language = std::make_unique<LanguageSettings>(*m_defaults);

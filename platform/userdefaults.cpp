@@ -257,6 +257,9 @@ JsonUserDefaults::FileStamp JsonUserDefaults::currentStamp() const
 
 void JsonUserDefaults::reloadIfChanged() const
 {
+    // Unsaved writes are newer than anything on disk.
+    if (m_unsaved)
+        return;
     const FileStamp stamp = currentStamp();
     if (stamp == m_stamp)
         return;
@@ -320,8 +323,24 @@ void JsonUserDefaults::remove(const QString &key)
         write();
 }
 
+void JsonUserDefaults::beginBatch()
+{
+    ++m_batchDepth;
+}
+
+void JsonUserDefaults::endBatch()
+{
+    if (m_batchDepth > 0 && --m_batchDepth == 0 && m_unsaved)
+        write();
+}
+
 void JsonUserDefaults::write()
 {
+    if (m_batchDepth > 0) {
+        m_unsaved = true;
+        return;
+    }
+    m_unsaved = false;
     QJsonObject root;
     for (auto it = m_values.cbegin(); it != m_values.cend(); ++it)
         root.insert(it.key(), encode(it.value()));

@@ -48,12 +48,32 @@ public:
     void setData(const QString &key, const QByteArray &value) { setObject(key, QVariant(value)); }
     void setArray(const QString &key, const QVariantList &value) { setObject(key, QVariant(value)); }
 
+    // Within a batch the store may keep its writes in memory and save them once, when the
+    // outermost batch ends; reads see every write at once. Start-up sets many keys in a row,
+    // and each save of the file waits for the disk.
+    class Batch {
+    public:
+        explicit Batch(UserDefaults &defaults) : m_defaults(defaults) { m_defaults.beginBatch(); }
+        ~Batch() { m_defaults.endBatch(); }
+        Batch(const Batch &) = delete;
+        Batch &operator=(const Batch &) = delete;
+
+    private:
+        UserDefaults &m_defaults;
+    };
+
     // The user's own store: the application's user-defaults domain on macOS (korvanectl in the
     // bundle included), a JSON document in the user's configuration directory elsewhere.
     static std::unique_ptr<UserDefaults> openStandard();
 
     // Brings a value to one of the stored types; an unsupported type gives an invalid QVariant.
     static QVariant normalized(const QVariant &value);
+
+protected:
+    // The platform's store saves on its own schedule; only a store that saves every write
+    // needs these.
+    virtual void beginBatch() {}
+    virtual void endBatch() {}
 };
 
 // A store kept as one JSON document on disk. Every write replaces the file atomically
@@ -79,6 +99,10 @@ public:
     // Larger documents are not parsed; they are treated as damaged.
     static constexpr qint64 maximumFileSize = 32 * 1024 * 1024;
 
+protected:
+    void beginBatch() override;
+    void endBatch() override;
+
 private:
     struct FileStamp {
         qint64 size = -1;
@@ -95,4 +119,7 @@ private:
     mutable QVariantMap m_values;
     mutable FileStamp m_stamp;
     mutable bool m_damaged = false;
+    int m_batchDepth = 0;
+    // Writes of the open batch not saved yet.
+    bool m_unsaved = false;
 };

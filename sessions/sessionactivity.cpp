@@ -104,7 +104,12 @@ void SessionActivity::append(const QString &text)
 {
     if (!m_current)
         return;
-    m_recentLog = DiagnosticPrivacy::lastCharacters(m_recentLog + text, recentLogLimit);
+    // A flooding client appends thousands of pieces a second; cutting the report's log back
+    // after each would copy and count it whole every time. It is cut once it holds a few times
+    // the limit, and a report takes exactly the last characters.
+    m_recentLog += text;
+    if (m_recentLog.size() > 4 * recentLogLimit)
+        m_recentLog = DiagnosticPrivacy::lastCharacters(m_recentLog, recentLogLimit);
     m_stageLog = DiagnosticPrivacy::lastCharacters(m_stageLog + text, stageLogLimit);
     if (m_current->loaded)
         return;
@@ -171,7 +176,7 @@ void SessionActivity::capture(const QString &reason)
     const std::optional<PlaySession> &session = m_current ? m_current : m_latest;
     if (!session)
         return;
-    setFailure(FailureReport::make(*session, reason, m_recentLog, m_environment, m_clock.now()));
+    setFailure(FailureReport::make(*session, reason, DiagnosticPrivacy::lastCharacters(m_recentLog, recentLogLimit), m_environment, m_clock.now()));
     persist();
 }
 

@@ -123,6 +123,7 @@ private:
     QList<PlaySession> m_history;
     std::optional<FailureReport> m_failure;
     bool m_keepHistory = false;
+    // Holds at least the last recentLogLimit characters, and at most four times as many units.
     QString m_recentLog;
     QString m_stageLog;
 };

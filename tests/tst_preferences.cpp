@@ -88,6 +88,23 @@ private Q_SLOTS:
         QVERIFY(inode() != written);
         QCOMPARE(home.reopenDefaults()->object(u"hideOnGameLaunch"_s).typeId(), QMetaType::LongLong);
 
+        // A batch saves once, when the outermost batch ends; its own reads see every write.
+        {
+            const auto before = inode();
+            const UserDefaults::Batch outer(*home.defaults);
+            {
+                const UserDefaults::Batch inner(*home.defaults);
+                home.defaults->setString(u"desktopSize"_s, u"2560x1440"_s);
+            }
+            home.defaults->remove(u"game"_s);
+            home.defaults->setBool(u"useWineDesktop"_s, true);
+            QCOMPARE(home.defaults->string(u"desktopSize"_s), u"2560x1440"_s);
+            QCOMPARE(inode(), before);
+            QVERIFY(!home.reopenDefaults()->contains(u"useWineDesktop"_s));
+        }
+        QCOMPARE(home.reopenDefaults()->string(u"desktopSize"_s), u"2560x1440"_s);
+        QVERIFY(home.reopenDefaults()->boolValue(u"useWineDesktop"_s));
+
         QFile file(home.defaultsPath());
         QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         file.write("{\"game\": \"unterminated");
