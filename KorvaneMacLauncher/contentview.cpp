@@ -292,7 +292,16 @@ void ContentView::showEvent(QShowEvent *event)
         for (LauncherPage page : pages)
             buildPage(page);
     });
-    // The sheets open once the window stands, so they attach to it.
+}
+
+void ContentView::paintEvent(QPaintEvent *event)
+{
+    QWidget::paintEvent(event);
+    if (m_painted)
+        return;
+    m_painted = true;
+    // The sheets open once the window stands and shows, so they attach to it and do not hold
+    // up its first picture.
     QTimer::singleShot(0, this, [this] {
         if (m_services.defaults.integer(setupCompletedVersionKey) < 1)
             presentSetup();

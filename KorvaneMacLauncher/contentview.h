@@ -96,6 +96,7 @@ Q_SIGNALS:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
 
 private:
@@ -118,6 +119,7 @@ private:
 
     LauncherPage m_page = LauncherPage::games;
     bool m_appeared = false;
+    bool m_painted = false;
     bool m_launchAfterPermission = false;
     QPointer<QDialog> m_microphoneIntro;
     QPointer<QDialog> m_setup;
