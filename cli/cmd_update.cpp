@@ -269,7 +269,7 @@ int saveBackupNow(CliContext &context, const QStringList &arguments)
     try {
         const QString copy = RollbackBackup::save(system.application, updates.backupDirectory(),
                                                   {updates.info(), clock.now(), system.applicationCopy});
-        context.out << L("update.backup.saved") << '\n' << copy << '\n' << L("update.restore.help") << '\n';
+        context.out << L("update.backup.saved") << '\n' << copy << '\n' << L(RollbackBackup::restoreHelpKey) << '\n';
         return 0;
     } catch (const RollbackBackup::Error &error) {
         context.err << "korvanectl: " << error.description() << '\n';

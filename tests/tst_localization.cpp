@@ -33,7 +33,8 @@ confirm confirm.detail consent destination failed last privacy send sent unconfi
 info online offline stale players queue refresh selection title updated setup: about back bottle detect finish
 game incomplete incomplete.detail later next open ready.detail recheck requirements title welcome tools: close
 title transfer: applied applied.missing apply confirm confirm.help export failed import missing saved title
-update: automatic backup.failed backup.saved check explanation restore.help title unconfigured wait)";
+update: automatic backup.failed backup.saved check explanation restore.help restore.help.linux title
+unconfigured wait)";
 
 bool isDottedKey(const QString &key)
 {

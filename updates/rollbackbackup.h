@@ -36,6 +36,14 @@ QString applicationName(const QString &application, const QString &bundleIdentif
 // The restore note: version, build, creation time in UTC and what to do with the copy.
 QByteArray restoreNote(const QVariantMap &info, const QDateTime &now);
 
+// The text key that tells a user how to go back to a copy: with the Finder on macOS, with a
+// file manager elsewhere.
+#ifdef Q_OS_MACOS
+inline constexpr char restoreHelpKey[] = "update.restore.help";
+#else
+inline constexpr char restoreHelpKey[] = "update.restore.help.linux";
+#endif
+
 struct Inputs {
     // The running application's information dictionary (identifier, version, build).
     QVariantMap info;

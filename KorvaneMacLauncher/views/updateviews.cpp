@@ -6,6 +6,7 @@
 #include "preferences/languagesettings.h"
 #include "updates/appupdates.h"
 #include "updates/releasenotes.h"
+#include "updates/rollbackbackup.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -193,7 +194,7 @@ void MaintenanceView::refresh()
     ViewKit::setText(m_backup, L("update.backup"));
     m_backup->setEnabled(!m_updates.busy());
     ViewKit::setText(m_backups, L("update.backups"));
-    m_restoreHelp->setText(L("update.restore.help"));
+    m_restoreHelp->setText(L(RollbackBackup::restoreHelpKey));
     m_channelTitle->setText(L("channel.title"));
     m_channel->setAccessibleName(L("channel.title"));
     for (int index = 0; index < m_channel->count(); ++index)
