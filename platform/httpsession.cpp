@@ -180,7 +180,8 @@ HttpTask *HttpSession::start(const HttpRequest &request)
         return new HttpTask(nullptr, request, m_options, this);
 
     QNetworkRequest networkRequest(request.url);
-    networkRequest.setSslConfiguration(m_options.tls);
+    if (m_options.tls)
+        networkRequest.setSslConfiguration(*m_options.tls);
     networkRequest.setTransferTimeout(int(m_options.timeouts.request.count()));
     networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::UserVerifiedRedirectPolicy);
     networkRequest.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);

@@ -37,7 +37,7 @@ struct HttpSessionOptions {
     HttpTimeouts timeouts;
     std::shared_ptr<const RedirectPolicy> redirects;
     // Trusted roots and protocol settings; the system's unless a test or support injects its own.
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    std::optional<QSslConfiguration> tls;
 };
 
 struct HttpRequest {

@@ -23,9 +23,11 @@ ServiceConfiguration ServiceConfiguration::standard()
     configuration.reportRecipient = QString::fromUtf8(KVN_REPORT_RECIPIENT);
     const QString caFile = qEnvironmentVariable("KORVANE_CA_FILE");
     if (!caFile.isEmpty()) {
-        QList<QSslCertificate> roots = configuration.tls.caCertificates();
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        QList<QSslCertificate> roots = tls.caCertificates();
         roots += QSslCertificate::fromPath(caFile, QSsl::Pem);
-        configuration.tls.setCaCertificates(roots);
+        tls.setCaCertificates(roots);
+        configuration.tls = tls;
     }
     return configuration;
 }

@@ -18,7 +18,9 @@ struct ServiceConfiguration {
     QUrl reportURL;
     // Who receives delivered reports, as shown to the user.
     QString reportRecipient;
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    // Trusted roots and protocol settings; nothing means the system's, which is read only when
+    // a request is made (reading it costs start-up several milliseconds).
+    std::optional<QSslConfiguration> tls;
     // Replaces every client's own time-outs; only tests and support set it.
     std::optional<HttpTimeouts> timeoutOverride;
 

@@ -120,7 +120,9 @@ ServiceConfiguration LocalHttpsServer::configuration() const
     ServiceConfiguration configuration;
     configuration.apiBaseURL = url();
     configuration.reportURL = url(u"/korvane/api/reports"_s);
-    configuration.tls.setCaCertificates({runCertificate().certificate});
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setCaCertificates({runCertificate().certificate});
+    configuration.tls = tls;
     configuration.timeoutOverride = HttpTimeouts{std::chrono::seconds(2), std::chrono::seconds(5)};
     return configuration;
 }
