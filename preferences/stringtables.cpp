@@ -43,14 +43,14 @@ private:
             const QChar c = m_text.at(m_pos);
             if (c.isSpace() || c == QChar(0xFEFF)) {
                 ++m_pos;
-            } else if (m_text.sliced(m_pos).startsWith("/*"_L1)) {
+            } else if (QStringView(m_text).sliced(m_pos).startsWith("/*"_L1)) {
                 const qsizetype close = m_text.indexOf("*/"_L1, m_pos + 2);
                 if (close < 0) {
                     m_failed = true;
                     return false;
                 }
                 m_pos = close + 2;
-            } else if (m_text.sliced(m_pos).startsWith("//"_L1)) {
+            } else if (QStringView(m_text).sliced(m_pos).startsWith("//"_L1)) {
                 const qsizetype newline = m_text.indexOf(u'\n', m_pos);
                 m_pos = newline < 0 ? m_text.size() : newline + 1;
             } else {
