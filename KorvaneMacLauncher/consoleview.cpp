@@ -1,4 +1,5 @@
 #include "KorvaneMacLauncher/consoleview.h"
+#include "KorvaneMacLauncher/views/viewkit.h"
 
 #include "core/consolelog.h"
 #include "core/launchermodel.h"
@@ -40,7 +41,7 @@ ConsoleView::ConsoleView(LauncherModel &model, QWidget *parent)
       m_extra(new QVBoxLayout)
 {
     auto *layout = new QVBoxLayout(this);
-    m_heading->setStyleSheet(u"font-size: 22px; font-weight: 700"_s);
+    ViewKit::setFontStyle(m_heading, 22, QFont::Bold);
     m_subtitle->setWordWrap(true);
     layout->addWidget(m_heading);
     layout->addWidget(m_subtitle);

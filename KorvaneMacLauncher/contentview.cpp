@@ -28,6 +28,7 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QShortcut>
@@ -41,6 +42,21 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// The page list's column: the alternate base colour with a line on its right.
+class Sidebar : public QFrame {
+public:
+    using QFrame::QFrame;
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.fillRect(rect(), palette().color(QPalette::AlternateBase));
+        painter.setPen(palette().color(QPalette::Mid));
+        painter.drawLine(width() - 1, 0, width() - 1, height());
+    }
+};
 
 constexpr std::array pages{LauncherPage::games, LauncherPage::settings, LauncherPage::console, LauncherPage::servers,
                            LauncherPage::updates};
@@ -68,7 +84,7 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     : QWidget(parent), m_model(model), m_updates(updates), m_servers(servers), m_preferences(preferences),
       m_language(language), m_notifications(notifications), m_services(services),
       m_pageButtons(new QButtonGroup(this)), m_appName(new QLabel(this)), m_running(new QLabel(this)),
-      m_version(new QLabel(this)), m_banner(new QLabel(this)), m_demoButton(new QPushButton(this)),
+      m_version(new QLabel(this)), m_banner(new ViewKit::OutlinedLabel(this)), m_demoButton(new QPushButton(this)),
       m_stack(new QStackedWidget(this)), m_games(new GamesPage(model)), m_settingsCommand(new QAction(this))
 {
     resize(1120, 820);
@@ -78,27 +94,24 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
 
-    auto *sidebar = new QFrame(this);
-    sidebar->setObjectName(u"sidebar"_s);
+    auto *sidebar = new Sidebar(this);
     sidebar->setFixedWidth(200);
-    sidebar->setStyleSheet(u"QFrame#sidebar { background: palette(alternate-base); border-right: 1px solid palette(mid) }"
-                           u"QFrame#sidebar QPushButton { text-align: left; padding: 8px 12px; border: none; border-radius: 6px }"
-                           u"QFrame#sidebar QPushButton:checked { background: palette(highlight); color: palette(highlighted-text) }"_s);
     auto *side = new QVBoxLayout(sidebar);
     m_appName->setText(u"Korvane"_s);
-    m_appName->setStyleSheet(u"font-size: 20px; font-weight: 800; padding: 8px 4px"_s);
+    ViewKit::setFontStyle(m_appName, 20, QFont::ExtraBold);
+    m_appName->setContentsMargins(4, 8, 4, 8);
     side->addWidget(m_appName);
     for (std::size_t index = 0; index < pages.size(); ++index) {
-        auto *button = new QPushButton(sidebar);
-        button->setCheckable(true);
+        auto *button = new ViewKit::SidebarButton(sidebar);
         m_pageButtons->addButton(button, int(index));
         side->addWidget(button);
     }
     side->addStretch();
-    m_running->setStyleSheet(u"color: #2e9d57; font-weight: 700"_s);
+    ViewKit::setTextColor(m_running, QColor(0x2e, 0x9d, 0x57));
+    ViewKit::setFontStyle(m_running, 0, QFont::Bold);
     m_running->setWordWrap(true);
     side->addWidget(m_running);
-    m_version->setStyleSheet(u"color: #5f6368"_s);
+    ViewKit::setTextColor(m_version, QColor(0x5f, 0x63, 0x68));
     side->addWidget(m_version);
     layout->addWidget(sidebar);
 
@@ -107,8 +120,8 @@ ContentView::ContentView(LauncherModel &model, AppUpdates &updates, ServerListMo
     auto *bannerRow = new QHBoxLayout;
     bannerRow->setContentsMargins(12, 8, 12, 0);
     m_banner->setWordWrap(true);
-    m_banner->setStyleSheet(u"QLabel { background: #fff3cd; color: #5c4400; border: 1px solid #e0c36a; "
-                            u"border-radius: 6px; padding: 6px 10px }"_s);
+    m_banner->setOutline({QColor(0xe0, 0xc3, 0x6a), QColor(0xff, 0xf3, 0xcd), 6}, {10, 6, 10, 6},
+                         QColor(0x5c, 0x44, 0x00));
     bannerRow->addWidget(m_banner, 1);
     bannerRow->addWidget(m_demoButton);
     main->addLayout(bannerRow);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KorvaneMacLauncher/views/reportviews.h"
+#include "KorvaneMacLauncher/views/viewkit.h"
 #include "games/gamekind.h"
 
 #include <QDialog>
@@ -130,7 +131,7 @@ private:
     QLabel *m_appName;
     QLabel *m_running;
     QLabel *m_version;
-    QLabel *m_banner;
+    ViewKit::OutlinedLabel *m_banner;
     QPushButton *m_demoButton;
     QStackedWidget *m_stack;
     GamesPage *m_games;

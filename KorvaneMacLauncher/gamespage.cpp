@@ -22,7 +22,7 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
       m_note(new QLabel(this))
 {
     auto *layout = new QVBoxLayout(this);
-    m_heading->setStyleSheet(u"font-size: 24px; font-weight: 700"_s);
+    ViewKit::setFontStyle(m_heading, 24, QFont::Bold);
     m_subtitle->setWordWrap(true);
     layout->addWidget(m_heading);
     layout->addWidget(m_subtitle);
@@ -36,13 +36,14 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     }
     layout->addLayout(cards);
 
-    auto *panel = new QFrame(this);
-    panel->setObjectName(u"launchPanel"_s);
-    panel->setStyleSheet(u"QFrame#launchPanel { border: 1px solid palette(mid); border-radius: 10px }"_s);
+    auto *panel = new ViewKit::OutlinedFrame({QColor(), Qt::transparent, 10}, this);
     auto *panelLayout = new QGridLayout(panel);
-    m_gameName->setStyleSheet(u"font-size: 18px; font-weight: 800; letter-spacing: 1px"_s);
-    m_multiplayer->setStyleSheet(u"color: #5f6368"_s);
-    m_status->setStyleSheet(u"font-weight: 600"_s);
+    ViewKit::setFontStyle(m_gameName, 18, QFont::ExtraBold);
+    QFont spaced = m_gameName->font();
+    spaced.setLetterSpacing(QFont::AbsoluteSpacing, 1);
+    m_gameName->setFont(spaced);
+    ViewKit::setTextColor(m_multiplayer, QColor(0x5f, 0x63, 0x68));
+    ViewKit::setFontStyle(m_status, 0, QFont::DemiBold);
     m_readiness->setWordWrap(true);
     auto *texts = new QVBoxLayout;
     for (QLabel *label : {m_gameName, m_multiplayer, m_status, m_readiness})
@@ -51,7 +52,8 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     panelLayout->addLayout(texts, 0, 0, 2, 1);
     m_launch->setDefault(true);
     m_launch->setMinimumHeight(40);
-    m_launch->setStyleSheet(u"QPushButton { font-size: 15px; font-weight: 700; padding: 6px 20px }"_s);
+    ViewKit::setFontStyle(m_launch, 15, QFont::Bold);
+    m_launch->setMinimumWidth(m_launch->fontMetrics().averageCharWidth() * 12 + 40);
     panelLayout->addWidget(m_launch, 0, 1);
     auto *secondary = new QHBoxLayout;
     secondary->addWidget(m_settings);
@@ -70,7 +72,7 @@ GamesPage::GamesPage(LauncherModel &model, QWidget *parent)
     layout->addWidget(m_assistance);
     layout->addLayout(m_extra);
     m_note->setWordWrap(true);
-    m_note->setStyleSheet(u"color: #5f6368"_s);
+    ViewKit::setTextColor(m_note, QColor(0x5f, 0x63, 0x68));
     layout->addWidget(m_note);
     layout->addStretch();
 
@@ -113,12 +115,12 @@ void GamesPage::refreshStrip()
 {
     const QList<EnvironmentCheck> checks = m_model.checks();
     while (m_stripBadges.size() < checks.size()) {
-        auto *badge = new QLabel(this);
+        auto *badge = new ViewKit::OutlinedLabel(this);
         m_strip->addWidget(badge, int(m_stripBadges.size() / 3), int(m_stripBadges.size() % 3));
         m_stripBadges.append(badge);
     }
     for (qsizetype index = 0; index < m_stripBadges.size(); ++index) {
-        QLabel *badge = m_stripBadges.at(index);
+        ViewKit::OutlinedLabel *badge = m_stripBadges.at(index);
         badge->setVisible(index < checks.size());
         if (index >= checks.size())
             continue;
@@ -126,8 +128,8 @@ void GamesPage::refreshStrip()
         badge->setText((check.ok ? u"✓ "_s : u"✕ "_s) + check.title);
         badge->setToolTip(check.detail);
         badge->setAccessibleName(check.title + u": "_s + check.detail);
-        badge->setStyleSheet(u"QLabel { border-radius: 9px; padding: 2px 8px; color: white; background: %1 }"_s.arg(
-            check.ok ? u"#2e9d57"_s : u"#d13a30"_s));
+        const QColor colour = check.ok ? QColor(0x2e, 0x9d, 0x57) : QColor(0xd1, 0x3a, 0x30);
+        badge->setOutline({colour, colour, 9}, {8, 2, 8, 2}, Qt::white);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneMacLauncher/views/viewkit.h"
 #include "games/gamekind.h"
 
 #include <QList>
@@ -54,7 +55,7 @@ private:
     QPushButton *m_steam;
     CompatibilityBadge *m_badge;
     QGridLayout *m_strip;
-    QList<QLabel *> m_stripBadges;
+    QList<ViewKit::OutlinedLabel *> m_stripBadges;
     QPushButton *m_details;
     AssistanceCard *m_assistance;
     QVBoxLayout *m_extra;

@@ -97,7 +97,7 @@ GameSelectionCard::GameSelectionCard(GameKind game, QWidget *parent)
     setFocusPolicy(Qt::StrongFocus);
     setMinimumSize(220, 190);
     m_name->setText(game.rawValue());
-    m_name->setStyleSheet(u"font-weight: 700; font-size: 14px"_s);
+    ViewKit::setFontStyle(m_name, 14, QFont::Bold);
     m_name->setAttribute(Qt::WA_TransparentForMouseEvents);
     m_state->setAttribute(Qt::WA_TransparentForMouseEvents);
     retranslate();
@@ -138,7 +138,7 @@ void GameSelectionCard::retranslate()
 {
     const QString state = m_installed ? L("Telepítve") : L("Telepítés szükséges");
     m_state->setText(m_selected ? L("window.selected") + u" · "_s + state : state);
-    m_state->setStyleSheet(m_installed ? u"color: #2e9d57"_s : u"color: #c77700"_s);
+    ViewKit::setTextColor(m_state, m_installed ? QColor(0x2e, 0x9d, 0x57) : QColor(0xc7, 0x77, 0x00));
     setAccessibleName(m_game.rawValue() + u", "_s + m_state->text());
 }
 
@@ -176,7 +176,7 @@ void GameSelectionCard::leaveEvent(QEvent *event)
 
 // --- CompatibilityBadge ------------------------------------------------------------------------
 
-CompatibilityBadge::CompatibilityBadge(QWidget *parent) : QLabel(parent)
+CompatibilityBadge::CompatibilityBadge(QWidget *parent) : ViewKit::OutlinedLabel(parent)
 {
     setWordWrap(true);
     hide();
@@ -191,14 +191,14 @@ void CompatibilityBadge::setResult(const std::optional<CompatibilityResult> &res
     const char *key = result->state == State::compatible ? "compat.ok"
                       : result->state == State::mismatch ? "compat.mismatch"
                                                          : "compat.unknown";
-    const QString colour = result->state == State::compatible ? u"#2e9d57"_s
-                           : result->state == State::mismatch ? u"#d13a30"_s
-                                                              : u"#c77700"_s;
+    const QColor colour = result->state == State::compatible ? QColor(0x2e, 0x9d, 0x57)
+                          : result->state == State::mismatch ? QColor(0xd1, 0x3a, 0x30)
+                                                             : QColor(0xc7, 0x77, 0x00);
     QStringList lines{L(key)};
     lines.append(L("compat.installed", result->installed.value_or(L("ismeretlen"))));
     lines.append(L("compat.supported", result->supported.value_or(L("ismeretlen"))));
     setText(lines.join(u'\n'));
-    setStyleSheet(u"QLabel { border: 1px solid %1; border-radius: 6px; padding: 6px; color: %1 }"_s.arg(colour));
+    setOutline({colour, Qt::transparent, 6}, {6, 6, 6, 6}, colour);
     setAccessibleName(lines.join(u". "_s));
 }
 
@@ -246,13 +246,12 @@ CompatibilityPrompt::CompatibilityPrompt(LauncherModel &model, QWidget *parent)
 // --- AssistanceCard --------------------------------------------------------------------------------
 
 AssistanceCard::AssistanceCard(QWidget *parent)
-    : QFrame(parent), m_title(new QLabel(this)), m_detail(new QLabel(this)), m_microphone(new QPushButton(this)),
+    : ViewKit::OutlinedFrame({QColor(0xd1, 0x3a, 0x30), QColor(209, 58, 48, 20), 8}, parent), m_title(new QLabel(this)), m_detail(new QLabel(this)), m_microphone(new QPushButton(this)),
       m_settings(new QPushButton(this)), m_diagnostics(new QPushButton(this))
 {
-    setObjectName(u"assistance"_s);
-    setStyleSheet(u"QFrame#assistance { border: 1px solid #d13a30; border-radius: 8px; background: rgba(209,58,48,20) }"_s);
+
     auto *layout = new QVBoxLayout(this);
-    m_title->setStyleSheet(u"font-weight: 700"_s);
+    ViewKit::setFontStyle(m_title, 0, QFont::Bold);
     m_detail->setWordWrap(true);
     layout->addWidget(m_title);
     layout->addWidget(m_detail);

@@ -3,6 +3,7 @@
 #include "core/launchissue.h"
 #include "games/compatibilityservice.h"
 #include "games/gamekind.h"
+#include "KorvaneMacLauncher/views/viewkit.h"
 
 #include <QAbstractButton>
 #include <QDialog>
@@ -64,7 +65,7 @@ private:
 };
 
 // The version check's answer as a coloured badge.
-class CompatibilityBadge : public QLabel {
+class CompatibilityBadge : public ViewKit::OutlinedLabel {
     Q_OBJECT
 
 public:
@@ -91,7 +92,7 @@ private:
 
 // The current launch problem explained, with the way to the microphone settings, the settings
 // page and the diagnostics.
-class AssistanceCard : public QFrame {
+class AssistanceCard : public ViewKit::OutlinedFrame {
     Q_OBJECT
 
 public:

@@ -2,6 +2,7 @@
 
 #include "KorvaneMacLauncher/views/checkfixrow.h"
 #include "KorvaneMacLauncher/gameviews.h"
+#include "KorvaneMacLauncher/views/viewkit.h"
 #include "core/launchermodel.h"
 #include "platform/microphone.h"
 #include "preferences/l10n.h"
@@ -30,7 +31,7 @@ SettingsPage::SettingsPage(LauncherModel &model, LanguageSettings &language, QWi
       m_dataFolder(new QPushButton(this)), m_assistance(new AssistanceCard(this)), m_extra(new QVBoxLayout)
 {
     auto *layout = new QVBoxLayout(this);
-    m_heading->setStyleSheet(u"font-size: 22px; font-weight: 700"_s);
+    ViewKit::setFontStyle(m_heading, 22, QFont::Bold);
     m_subtitle->setWordWrap(true);
     layout->addWidget(m_heading);
     layout->addWidget(m_subtitle);

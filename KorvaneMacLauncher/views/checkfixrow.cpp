@@ -1,5 +1,6 @@
 #include "KorvaneMacLauncher/views/checkfixrow.h"
 
+#include "KorvaneMacLauncher/views/viewkit.h"
 #include "core/launchermodel.h"
 #include "preferences/l10n.h"
 
@@ -27,12 +28,12 @@ CheckFixRow::CheckFixRow(LauncherModel &model, LaunchIssue requirement, QWidget 
     m_mark->setAlignment(Qt::AlignTop | Qt::AlignHCenter);
     auto *texts = new QVBoxLayout;
     m_title = new QLabel(this);
-    m_title->setStyleSheet(u"font-weight: 600"_s);
+    ViewKit::setFontStyle(m_title, 0, QFont::DemiBold);
     m_detail = new QLabel(this);
     m_detail->setWordWrap(true);
     m_advice = new QLabel(this);
     m_advice->setWordWrap(true);
-    m_advice->setStyleSheet(u"color: #5f6368"_s);
+    ViewKit::setTextColor(m_advice, QColor(0x5f, 0x63, 0x68));
     texts->addWidget(m_title);
     texts->addWidget(m_detail);
     texts->addWidget(m_advice);
@@ -68,7 +69,8 @@ void CheckFixRow::setCheck(const EnvironmentCheck &check)
 {
     m_fix = fixFor(m_requirement, check.ok);
     m_mark->setText(check.ok ? u"✓"_s : u"✕"_s);
-    m_mark->setStyleSheet(check.ok ? u"color: #2e9d57; font-weight: bold"_s : u"color: #d13a30; font-weight: bold"_s);
+    ViewKit::setTextColor(m_mark, check.ok ? QColor(0x2e, 0x9d, 0x57) : QColor(0xd1, 0x3a, 0x30));
+    ViewKit::setFontStyle(m_mark, 0, QFont::Bold);
     m_title->setText(check.title);
     m_detail->setText(check.detail);
     setAccessibleName(check.title + u": "_s + check.detail);

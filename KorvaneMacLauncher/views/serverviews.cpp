@@ -34,9 +34,9 @@ QWidget *serverRow(ServerListModel &list, const TruckServer &server, bool full)
     layout->setContentsMargins(0, 2, 0, 2);
     const QString status = statusText(list, server);
     auto *dot = new QLabel(u"●"_s);
-    dot->setStyleSheet(list.isStale()    ? u"color: #9ca3af;"_s
-                       : server.online ? u"color: #16a34a;"_s
-                                       : u"color: #dc2626;"_s);
+    ViewKit::setTextColor(dot, list.isStale() ? QColor(0x9c, 0xa3, 0xaf)
+                               : server.online ? QColor(0x16, 0xa3, 0x4a)
+                                               : QColor(0xdc, 0x26, 0x26));
     dot->setAccessibleName(status);
     auto *statusLabel = ViewKit::label(Role::caption);
     statusLabel->setObjectName(u"status"_s);

@@ -5,6 +5,9 @@
 
 #include <QAbstractButton>
 #include <QEvent>
+#include <QPainter>
+#include <QStyleOptionFocusRect>
+#include <QStylePainter>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -31,7 +34,7 @@ QLabel *label(Role role, QWidget *parent)
         label->setForegroundRole(QPalette::PlaceholderText);
         break;
     case Role::warning:
-        label->setStyleSheet(u"color: #b45309;"_s);
+        setTextColor(label, QColor(0xb4, 0x53, 0x09));
         break;
     case Role::body:
         break;
@@ -72,6 +75,88 @@ QString relativeTime(const QDateTime &moment, const QDateTime &now)
     if (moment.date() == now.date())
         return locale.toString(moment.time(), QLocale::ShortFormat);
     return locale.toString(moment, QLocale::ShortFormat);
+}
+
+void setFontStyle(QWidget *widget, int pixelSize, QFont::Weight weight)
+{
+    QFont font = widget->font();
+    if (pixelSize > 0)
+        font.setPixelSize(pixelSize);
+    font.setWeight(weight);
+    widget->setFont(font);
+}
+
+void setTextColor(QWidget *widget, const QColor &colour)
+{
+    QPalette palette = widget->palette();
+    for (QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(role, colour);
+    widget->setPalette(palette);
+}
+
+void paintOutline(QWidget &widget, const Outline &outline)
+{
+    QPainter painter(&widget);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor border = outline.border.isValid() ? outline.border : widget.palette().color(QPalette::Mid);
+    painter.setPen(QPen(border, 1));
+    painter.setBrush(outline.fill);
+    painter.drawRoundedRect(QRectF(widget.rect()).adjusted(0.5, 0.5, -0.5, -0.5), outline.radius, outline.radius);
+}
+
+OutlinedFrame::OutlinedFrame(const Outline &outline, QWidget *parent) : QFrame(parent), m_outline(outline) {}
+
+void OutlinedFrame::paintEvent(QPaintEvent *)
+{
+    paintOutline(*this, m_outline);
+}
+
+OutlinedLabel::OutlinedLabel(QWidget *parent) : QLabel(parent) {}
+
+void OutlinedLabel::setOutline(const Outline &outline, const QMargins &padding, const QColor &text)
+{
+    m_outline = outline;
+    setContentsMargins(padding);
+    setTextColor(this, text);
+    update();
+}
+
+void OutlinedLabel::paintEvent(QPaintEvent *event)
+{
+    paintOutline(*this, m_outline);
+    QLabel::paintEvent(event);
+}
+
+SidebarButton::SidebarButton(QWidget *parent) : QAbstractButton(parent)
+{
+    setCheckable(true);
+    setFocusPolicy(Qt::StrongFocus);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+}
+
+QSize SidebarButton::sizeHint() const
+{
+    const QFontMetrics metrics(font());
+    return {metrics.horizontalAdvance(text()) + 24, metrics.height() + 16};
+}
+
+void SidebarButton::paintEvent(QPaintEvent *)
+{
+    QStylePainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (isChecked() || isDown()) {
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(palette().color(QPalette::Highlight));
+        painter.drawRoundedRect(QRectF(rect()), 6, 6);
+    }
+    painter.setPen(palette().color(isChecked() || isDown() ? QPalette::HighlightedText : QPalette::ButtonText));
+    painter.drawText(rect().adjusted(12, 0, -12, 0), Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine, text());
+    if (hasFocus()) {
+        QStyleOptionFocusRect focus;
+        focus.initFrom(this);
+        focus.rect = rect().adjusted(1, 1, -1, -1);
+        painter.drawPrimitive(QStyle::PE_FrameFocusRect, focus);
+    }
 }
 
 } // namespace ViewKit

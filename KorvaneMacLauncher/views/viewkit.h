@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QAbstractButton>
+#include <QFrame>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QObject>
@@ -27,6 +29,56 @@ void clear(QVBoxLayout *layout);
 QString checkMark(bool ok);
 // A moment shown relative to now ("5 minutes ago"), in the interface language.
 QString relativeTime(const QDateTime &moment, const QDateTime &now);
+
+// Fonts and colours are set on the widget itself, never through a style sheet: one style sheet
+// sends the widget and everything inside it through the style-sheet engine, which cost the
+// window's first picture more than its models did. `pixelSize` 0 keeps the size.
+void setFontStyle(QWidget *widget, int pixelSize, QFont::Weight weight);
+void setTextColor(QWidget *widget, const QColor &colour);
+
+// A rounded outline with a fill, drawn behind what a widget shows. An invalid border colour
+// takes the palette's mid tone.
+struct Outline {
+    QColor border;
+    QColor fill = Qt::transparent;
+    qreal radius = 8;
+};
+void paintOutline(QWidget &widget, const Outline &outline);
+
+class OutlinedFrame : public QFrame {
+public:
+    explicit OutlinedFrame(const Outline &outline, QWidget *parent = nullptr);
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    Outline m_outline;
+};
+
+class OutlinedLabel : public QLabel {
+public:
+    explicit OutlinedLabel(QWidget *parent = nullptr);
+    // The outline, its padding and the text's colour.
+    void setOutline(const Outline &outline, const QMargins &padding, const QColor &text);
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    Outline m_outline;
+};
+
+// A page's entry in a sidebar: left-aligned text, the highlight colour while checked, a focus
+// frame for the keyboard.
+class SidebarButton : public QAbstractButton {
+public:
+    explicit SidebarButton(QWidget *parent = nullptr);
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+};
 
 } // namespace ViewKit
 
