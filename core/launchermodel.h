@@ -102,6 +102,8 @@ public:
 
     // --- Owned stores and services
     WindowPreferences &windowPreferences() { return *m_windowPreferences; }
+    // The store the model, and the objects that share it, keep their settings in.
+    UserDefaults &defaults() { return m_defaults; }
     GameProfiles &profiles() { return m_profiles; }
     const GameProfiles &profiles() const { return m_profiles; }
     SessionActivity &activity() { return *m_activity; }

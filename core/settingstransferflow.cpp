@@ -6,6 +6,7 @@
 #include "platform/filepanels.h"
 #include "platform/privatedirectory.h"
 #include "platform/recordcoding.h"
+#include "platform/userdefaults.h"
 #include "preferences/languagesettings.h"
 #include "servers/serverlistmodel.h"
 
@@ -129,6 +130,9 @@ std::optional<LocalizedMessage> SettingsTransferFlow::applyCandidate()
     // Nothing is applied without a way back.
     if (!writeBackup())
         return LocalizedMessage("transfer.failed");
+    // The model, the language and the favourites share the store: one save takes all of the
+    // document, so an interrupted import leaves the old settings or the new ones, never a mix.
+    const UserDefaults::Batch oneSave(m_model.defaults());
     try {
         m_model.importSettings(*m_candidate);
     } catch (const SettingsTransferError &error) {

@@ -3,8 +3,11 @@
 // written), nothing half-written is left beside it, and the launcher starts on what is there.
 // The update installation has the same check in its own test.
 
+#include "core/launchermodel.h"
 #include "core/settingstransferflow.h"
+#include "preferences/applanguage.h"
 #include "preferences/settingstransfer.h"
+#include "servers/serverlistmodel.h"
 #include "sessions/diagnosticarchive.h"
 #include "sessions/failurereport.h"
 #include "sessions/sessionactivity.h"
@@ -134,6 +137,19 @@ class TestCrashSafety : public QObject {
                 } catch (const SettingsTransferError &error) {
                     found.problem = entry + u" does not decode: "_s + QString::fromUtf8(error.what());
                 }
+            }
+            // An import is saved as one: the language, the game and the favourites on disk all
+            // come from the same document (or from none).
+            const JsonUserDefaults defaults(home.defaultsPath());
+            if (const auto language = defaults.string(AppLanguage::defaultsKey)) {
+                const SettingsTransfer document = CrashWriting::importDocument(*language == u"de"_s ? 1 : 0);
+                QList<qint64> favorites;
+                for (const QVariant &id : defaults.array(ServerListModel::favoritesKey))
+                    favorites.append(id.toLongLong());
+                if (defaults.string(LauncherModel::gameKey) != document.game || favorites != document.favorites)
+                    found.problem = u"the settings mix two imports"_s;
+            } else if (defaults.contains(ServerListModel::favoritesKey)) {
+                found.problem = u"favourites were saved without the language of their import"_s;
             }
         } else if (kind == u"diagnostics") {
             if (!QFileInfo::exists(home.archivePath()))
