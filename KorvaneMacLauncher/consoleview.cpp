@@ -17,7 +17,6 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
-
 #include <utility>
 
 using namespace Qt::StringLiterals;
